@@ -1,0 +1,38 @@
+#pragma once
+
+#include <Vistrel/InitConfiguration.h>
+#include <Vistrel/vistrel_export.h>
+
+#include <QString>
+
+#include <optional>
+
+namespace VistrelKit {
+
+class OrvaneConfiguration;
+
+/// The kit's entry point. Everything runs on the GUI thread of a QGuiApplication.
+///
+/// \code
+/// Orvane::configuration()->setServer("assist.example.com");
+/// Orvane::initConfig("tenant", "token");
+/// \endcode
+class VISTREL_EXPORT Orvane
+{
+public:
+    Orvane() = delete;
+
+    /// The service location settings (one instance per process).
+    static OrvaneConfiguration *configuration();
+
+    /// Binds the kit to a tenant: stores tenant and token, renews the visitor and visit ids
+    /// (keeping the session id). Returns nothing when the kit's configuration is unavailable.
+    static std::optional<InitConfiguration> initConfig(const QString &tenantId,
+                                                       const QString &token);
+
+    /// Reads the kit's config file from path instead of the built-in default. Call it before any
+    /// other call of the kit. (The environment variable VISTREL_CONFIG does the same.)
+    static void setConfigFile(const QString &path);
+};
+
+} // namespace VistrelKit

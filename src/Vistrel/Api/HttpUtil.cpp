@@ -1,0 +1,79 @@
+#include "Api/HttpUtil.h"
+
+#include "Config/ApplicationConfigWrapper.h"
+#include "Core/Log.h"
+
+#include <QNetworkReply>
+#include <QUrl>
+
+using namespace Qt::StringLiterals;
+
+namespace VistrelKit {
+
+HttpUtil::HttpUtil(ApplicationConfigWrapper *applicationConfig, QObject *parent)
+    : QObject(parent)
+    , m_setCookieHeaderName(u"Set-Cookie"_s)
+    , m_cookieHeaderName(u"Cookie"_s)
+    , m_ssidHeaderName(u"X-OV-SSID"_s)
+    , m_applicationConfig(applicationConfig)
+{
+    m_manager.setTransferTimeout(TimeoutMs);
+}
+
+QNetworkRequest HttpUtil::buildRequest(const QString &url) const
+{
+    const QUrl parsed(url, QUrl::StrictMode);
+    if (!parsed.isValid() || parsed.scheme().isEmpty())
+        qFatal("Cannot build a request for the URL \"%s\"", qPrintable(url));
+    QNetworkRequest request(parsed);
+    request.setTransferTimeout(TimeoutMs);
+    const auto &sessionId = m_applicationConfig->config().visitConfig.sessionId;
+    request.setRawHeader(m_ssidHeaderName.toLatin1(), sessionId.value_or(QString()).toUtf8());
+    return request;
+}
+
+void HttpUtil::post(const QString &url, const QByteArray &body, Completion completion)
+{
+    Log::debug(u"POST "_s + url);
+    QNetworkRequest request = buildRequest(url);
+    request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
+    send(m_manager.post(request, body), std::move(completion));
+}
+
+void HttpUtil::get(const QString &url, Completion completion)
+{
+    Log::debug(u"GET "_s + url);
+    send(m_manager.get(buildRequest(url)), std::move(completion));
+}
+
+void HttpUtil::deleteResource(const QString &url, Completion completion)
+{
+    Log::debug(u"DELETE "_s + url);
+    send(m_manager.deleteResource(buildRequest(url)), std::move(completion));
+}
+
+void HttpUtil::send(QNetworkReply *reply, Completion completion)
+{
+    connect(reply, &QNetworkReply::finished, this, [reply, completion = std::move(completion)] {
+        reply->deleteLater();
+        // Qt reports HTTP error statuses as content (2xx) or server (4xx) errors; those are
+        // replies. Everything else that failed never produced a whole reply.
+        const int code = reply->error();
+        const bool statusOnly = (code >= 201 && code <= 299) || (code >= 401 && code <= 499);
+        const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+        if ((code != QNetworkReply::NoError && !statusOnly) || !status.isValid()) {
+            completion(std::nullopt, std::nullopt,
+                       NetworkError(reply->error(), reply->errorString()));
+            return;
+        }
+        HttpResponse response;
+        response.statusCode = status.toInt();
+        response.headers = reply->rawHeaderPairs();
+        const QByteArray body = reply->readAll();
+        // An empty body counts as no body: callers tell "nothing came" from "something bad came".
+        completion(body.isEmpty() ? std::nullopt : std::optional<QByteArray>(body), response,
+                   std::nullopt);
+    });
+}
+
+} // namespace VistrelKit

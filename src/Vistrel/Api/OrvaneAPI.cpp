@@ -1,0 +1,128 @@
+#include "Api/OrvaneAPI.h"
+
+#include "Api/ActiveUserDTO.h"
+#include "Api/HttpUtil.h"
+#include "Config/ConstantUtils.h"
+#include "Init/MobileInitDTO.h"
+#include "Init/MonitoringConfigDTO.h"
+
+#include <Vistrel/Orvane.h>
+#include <Vistrel/OrvaneConfiguration.h>
+
+#include <QUrl>
+#include <QUrlQuery>
+
+using namespace Qt::StringLiterals;
+
+namespace VistrelKit {
+
+OrvaneAPI::OrvaneAPI(HttpUtil *httpUtil, QObject *parent)
+    : QObject(parent)
+    , m_httpUtil(httpUtil)
+{}
+
+QString OrvaneAPI::buildUrl(const QString &path, const std::optional<QueryItems> &query) const
+{
+    const QString scheme = ConstantUtils::getProperty(u"HttpProtocol"_s).value_or(QString());
+    const QString rest = u"//"_s + Orvane::configuration()->server() + u'/' + path;
+    // Without a scheme the text still reads "://host/path": what follows the colon is parsed as
+    // a network-path reference, and the request built from it stops in HttpUtil.
+    QUrl url(scheme.isEmpty() ? rest : scheme + u':' + rest, QUrl::StrictMode);
+    if (!url.isValid())
+        qFatal("Cannot parse the service URL \"%s\"", qPrintable(scheme + u':' + rest));
+    if (query) {
+        QUrlQuery items;
+        for (const auto &[key, value] : *query)
+            items.addQueryItem(QString::fromUtf8(QUrl::toPercentEncoding(key)),
+                               QString::fromUtf8(QUrl::toPercentEncoding(value)));
+        url.setQuery(items);
+    }
+    if (!url.isValid())
+        return {};
+    const QString text = url.toString(QUrl::FullyEncoded);
+    return scheme.isEmpty() ? u':' + text : text;
+}
+
+void OrvaneAPI::mobileInit(const MobileInitDTO &dto, Completion<MonitoringConfigDTO> completion)
+{
+    m_httpUtil->post(
+        buildUrl(u"api/in/im/c"_s), JsonUtils::dump(dto.toJson()),
+        [completion = std::move(completion)](const std::optional<QByteArray> &body,
+                                             const std::optional<HttpResponse> &,
+                                             const std::optional<NetworkError> &error) {
+            // A transport error is reported, and then the body is looked at all the same.
+            if (error)
+                completion(*error);
+            if (!body) {
+                completion(StringError(u"Data is nil"_s));
+                return;
+            }
+            QString parseError;
+            const auto json = JsonUtils::parse(*body, &parseError);
+            if (!json) {
+                completion(StringError(u"Cannot decode MonitoringConfigDTO: "_s + parseError));
+                return;
+            }
+            completion(MonitoringConfigDTO::fromJson(*json));
+        });
+}
+
+void OrvaneAPI::strings(const QString &languageCode, Completion<Json> completion)
+{
+    m_httpUtil->get(buildUrl(u"api/in/i18n"_s, QueryItems{{u"lang"_s, languageCode}}),
+                    [completion = std::move(completion)](const std::optional<QByteArray> &body,
+                                                         const std::optional<HttpResponse> &,
+                                                         const std::optional<NetworkError> &error) {
+                        if (error) {
+                            completion(*error);
+                            return;
+                        }
+                        if (!body) {
+                            completion(StringError(u"data is nil"_s));
+                            return;
+                        }
+                        const auto json = JsonUtils::parse(*body);
+                        if (!json) {
+                            completion(StringError(u"Cannot parse JSON"_s));
+                            return;
+                        }
+                        if (!json->is_object()) {
+                            completion(StringError(u"Cannot use response as dictionary"_s));
+                            return;
+                        }
+                        completion(*json);
+                    });
+}
+
+void OrvaneAPI::closeXhr(const QString &id, const QString &sessionId, const QString &tenantId,
+                         const QString &visitorId, const QString &url, const QString &storageType,
+                         Completion<VoidReply> completion)
+{
+    const QueryItems query{{u"id"_s, id},         {u"sId"_s, sessionId}, {u"tId"_s, tenantId},
+                           {u"vId"_s, visitorId}, {u"url"_s, url},       {u"fsTy"_s, storageType}};
+    m_httpUtil->deleteResource(
+        buildUrl(u"api/ix/m"_s, query),
+        [completion = std::move(completion)](const std::optional<QByteArray> &,
+                                             const std::optional<HttpResponse> &,
+                                             const std::optional<NetworkError> &error) {
+            // The error is reported, and success follows in every case.
+            if (error)
+                completion(*error);
+            completion(VoidReply{});
+        });
+}
+
+void OrvaneAPI::tagUser(const QString &visitorId, const QString &tenantId, const ActiveUser &user,
+                        ErrorCompletion completion)
+{
+    m_httpUtil->post(buildUrl(u"rest/v1/customerstatus/tag/byVisitor/"_s + visitorId,
+                              QueryItems{{u"tId"_s, tenantId}}),
+                     JsonUtils::dump(ActiveUserDTO::toJson(user)),
+                     [completion = std::move(completion)](
+                         const std::optional<QByteArray> &, const std::optional<HttpResponse> &,
+                         const std::optional<NetworkError> &error) {
+                         completion(error ? std::optional<Error>(*error) : std::nullopt);
+                     });
+}
+
+} // namespace VistrelKit

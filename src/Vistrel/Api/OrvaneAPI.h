@@ -1,0 +1,59 @@
+#pragma once
+
+#include "Api/VoidReply.h"
+#include "Core/JsonUtils.h"
+#include "Core/Result.h"
+
+#include <Vistrel/ActiveUser.h>
+#include <Vistrel/vistrel_export.h>
+
+#include <QList>
+#include <QObject>
+#include <QPair>
+
+#include <functional>
+#include <optional>
+
+namespace VistrelKit {
+
+class HttpUtil;
+struct MobileInitDTO;
+struct MonitoringConfigDTO;
+
+/// The service's operations: URLs, verbs and typed replies over HttpUtil.
+class VISTREL_EXPORT OrvaneAPI : public QObject
+{
+    Q_OBJECT
+public:
+    using QueryItems = QList<QPair<QString, QString>>;
+    template<class T>
+    using Completion = std::function<void(const Result<T> &result)>;
+
+    explicit OrvaneAPI(HttpUtil *httpUtil, QObject *parent = nullptr);
+
+    HttpUtil *httpUtil() const { return m_httpUtil; }
+
+    /// scheme "://" server "/" path, with the query items appended (percent-encoded). The scheme
+    /// comes from the config file's "HttpProtocol", the server from OrvaneConfiguration.
+    QString buildUrl(const QString &path,
+                     const std::optional<QueryItems> &query = std::nullopt) const;
+
+    /// POST "api/in/im/c". On a transport error the completion runs twice: the error, then
+    /// "Data is nil" (callers rely on this).
+    void mobileInit(const MobileInitDTO &dto, Completion<MonitoringConfigDTO> completion);
+    /// GET "api/in/i18n?lang=": the reply's JSON object.
+    void strings(const QString &languageCode, Completion<Json> completion);
+    /// DELETE "api/ix/m?id=<visit>&sId=&tId=&vId=<visitor>&url=&fsTy=": on a transport error the
+    /// completion gets the error, then always success.
+    void closeXhr(const QString &id, const QString &sessionId, const QString &tenantId,
+                  const QString &visitorId, const QString &url, const QString &storageType,
+                  Completion<VoidReply> completion);
+    /// POST "rest/v1/customerstatus/tag/byVisitor/<visitorId>?tId=" with the user as JSON.
+    void tagUser(const QString &visitorId, const QString &tenantId, const ActiveUser &user,
+                 ErrorCompletion completion);
+
+private:
+    HttpUtil *m_httpUtil;
+};
+
+} // namespace VistrelKit

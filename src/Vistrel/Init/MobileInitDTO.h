@@ -1,0 +1,30 @@
+#pragma once
+
+#include "Core/JsonUtils.h"
+#include "Init/PageProperties.h"
+
+#include <Vistrel/vistrel_export.h>
+
+#include <QString>
+
+namespace VistrelKit {
+
+/// The body of the init request, keys in the service's order.
+struct VISTREL_EXPORT MobileInitDTO
+{
+    QString shareId;
+    QString redirectId;
+    QString url;
+    qint64 start = 0;
+    bool initialize = false;
+    PageProperties page;
+    QString visitorId;
+    QString sessionId;
+    QString visitId;
+    QString tenantId;
+    bool optIn = false;
+
+    Json toJson() const;
+};
+
+} // namespace VistrelKit
