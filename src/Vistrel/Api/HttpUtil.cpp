@@ -28,7 +28,11 @@ QNetworkRequest HttpUtil::buildRequest(const QString &url) const
     QNetworkRequest request(parsed);
     request.setTransferTimeout(TimeoutMs);
     const auto &sessionId = m_applicationConfig->config().visitConfig.sessionId;
-    request.setRawHeader(m_ssidHeaderName.toLatin1(), sessionId.value_or(QString()).toUtf8());
+    // A null value would remove the header, and it must be sent even while it is empty.
+    QByteArray ssid = sessionId.value_or(QString()).toUtf8();
+    if (ssid.isNull())
+        ssid = QByteArray("");
+    request.setRawHeader(m_ssidHeaderName.toLatin1(), ssid);
     return request;
 }
 
@@ -56,10 +60,12 @@ void HttpUtil::send(QNetworkReply *reply, Completion completion)
 {
     connect(reply, &QNetworkReply::finished, this, [reply, completion = std::move(completion)] {
         reply->deleteLater();
-        // Qt reports HTTP error statuses as content (2xx) or server (4xx) errors; those are
-        // replies. Everything else that failed never produced a whole reply.
+        // Qt reports HTTP error statuses as content (2xx) or server (4xx) errors, and 400 and
+        // 418 as a protocol error (302); those are replies. Everything else that failed never
+        // produced a whole reply.
         const int code = reply->error();
-        const bool statusOnly = (code >= 201 && code <= 299) || (code >= 401 && code <= 499);
+        const bool statusOnly = (code >= 201 && code <= 299) || (code >= 401 && code <= 499) ||
+                                code == QNetworkReply::ProtocolInvalidOperationError;
         const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
         if ((code != QNetworkReply::NoError && !statusOnly) || !status.isValid()) {
             completion(std::nullopt, std::nullopt,

@@ -32,9 +32,12 @@ QString OrvaneAPI::buildUrl(const QString &path, const std::optional<QueryItems>
         qFatal("Cannot parse the service URL \"%s\"", qPrintable(scheme + u':' + rest));
     if (query) {
         QUrlQuery items;
-        for (const auto &[key, value] : *query)
+        for (const auto &[key, value] : *query) {
+            // A null value would drop the "=": every key goes out with its value, empty or not.
+            const QString encoded = QString::fromUtf8(QUrl::toPercentEncoding(value));
             items.addQueryItem(QString::fromUtf8(QUrl::toPercentEncoding(key)),
-                               QString::fromUtf8(QUrl::toPercentEncoding(value)));
+                               encoded.isNull() ? u""_s : encoded);
+        }
         url.setQuery(items);
     }
     if (!url.isValid())

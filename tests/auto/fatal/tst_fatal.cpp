@@ -1,0 +1,120 @@
+#include "Api/HttpUtil.h"
+#include "Api/OrvaneAPI.h"
+#include "ChildProcess.h"
+#include "Config/ApplicationConfigWrapper.h"
+#include "Config/IdUtils.h"
+#include "Init/InitSender.h"
+#include "Init/MobileInitDTO.h"
+#include "TestConfig.h"
+
+#include <QFile>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+using namespace VistrelKit;
+
+namespace {
+// Each case runs in a child process (see initMain) and returns only if nothing stopped it.
+void runCase(const QString &name)
+{
+    if (name == u"screen without any application"_s) {
+        InitSender::screenSize();
+        return;
+    }
+    int argc = 1;
+    char arg0[] = "tst_fatal";
+    char *argv[] = {arg0, nullptr};
+    QCoreApplication app(argc, argv);
+    QStandardPaths::setTestModeEnabled(true);
+    ApplicationConfigWrapper wrapper;
+    HttpUtil http(&wrapper);
+    if (name == u"URL without scheme"_s) {
+        http.buildRequest(u"://127.0.0.1:1/api/in/im/c"_s);
+    } else if (name == u"URL with a space in the host"_s) {
+        http.buildRequest(u"http://exa mple.com/api"_s);
+    } else if (name == u"config file without HttpProtocol"_s) {
+        // The road of a host whose config file lacks the scheme: the first request stops.
+        TestConfig::use(u"127.0.0.1:1"_s, std::nullopt);
+        OrvaneAPI api(&http);
+        api.mobileInit(MobileInitDTO{}, [](const Result<MonitoringConfigDTO> &) {});
+    } else if (name == u"screen without a GUI application"_s) {
+        InitSender::screenSize();
+    } else if (name.startsWith(u"device identifier"_s)) {
+        std::printf("%s\n", qPrintable(IdUtils::vendorId()));
+    }
+}
+} // namespace
+
+class tst_Fatal : public QObject
+{
+    Q_OBJECT
+public:
+    static void initMain()
+    {
+        const QString name = ChildProcess::currentCase();
+        if (name.isEmpty())
+            return;
+        runCase(name);
+        std::exit(0);
+    }
+
+private Q_SLOTS:
+    void stopsTheProcess_data();
+    void stopsTheProcess();
+};
+
+void tst_Fatal::stopsTheProcess_data()
+{
+    QTest::addColumn<bool>("homeIsAFile");
+    // Empty when the case must end normally.
+    QTest::addColumn<QByteArray>("message");
+
+    QTest::newRow("URL without scheme")
+        << false << R"(Cannot build a request for the URL "://127.0.0.1:1/api/in/im/c")"_ba;
+    QTest::newRow("URL with a space in the host")
+        << false << R"(Cannot build a request for the URL "http://exa mple.com/api")"_ba;
+    QTest::newRow("config file without HttpProtocol")
+        << false << R"(Cannot build a request for the URL "://127.0.0.1:1/api/in/im/c")"_ba;
+    QTest::newRow("screen without a GUI application") << false << "Cannot read the screen size"_ba;
+    QTest::newRow("screen without any application") << false << "Cannot read the screen size"_ba;
+    // Test mode keeps the data location under $HOME: below a plain file nothing can be created,
+    // not even by root.
+    QTest::newRow("device identifier, location unwritable")
+        << true << "Cannot store the device identifier"_ba;
+    QTest::newRow("device identifier, location writable") << false << QByteArray();
+}
+
+void tst_Fatal::stopsTheProcess()
+{
+    QFETCH(bool, homeIsAFile);
+    QFETCH(QByteArray, message);
+
+    QTemporaryDir dir;
+    QVERIFY(dir.isValid());
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    QString home = dir.path();
+    if (homeIsAFile) {
+        home = dir.filePath(u"plain-file"_s);
+        QFile file(home);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+    }
+    environment.insert(u"HOME"_s, home);
+
+    const ChildProcess::Outcome outcome =
+        ChildProcess::run(QString::fromLatin1(QTest::currentDataTag()), environment);
+    QVERIFY(outcome.finished);
+    if (message.isEmpty()) {
+        QVERIFY2(!outcome.crashed() && outcome.exitCode == 0, outcome.standardError.constData());
+        QVERIFY(!outcome.standardOutput.trimmed().isEmpty());
+        return;
+    }
+    QVERIFY2(outcome.crashed(), outcome.standardError.constData());
+    QVERIFY2(outcome.standardError.contains(message), outcome.standardError.constData());
+}
+
+QTEST_GUILESS_MAIN(tst_Fatal)
+#include "tst_fatal.moc"
