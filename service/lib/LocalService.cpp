@@ -1,13 +1,22 @@
 #include "LocalService.h"
 
-#include <QCoreApplication>
+#include "ServiceLog.h"
+
 #include <QDeadlineTimer>
+#include <QEventLoop>
 #include <QHttpServerRequest>
 #include <QHttpServerResponder>
+#include <QJsonDocument>
 #include <QMetaEnum>
 #include <QTcpSocket>
+#include <QTimer>
+
+#include <algorithm>
+#include <climits>
 
 using namespace Qt::StringLiterals;
+
+Q_LOGGING_CATEGORY(lcVistrelService, "vistrel.service")
 
 namespace VistrelService {
 
@@ -16,6 +25,12 @@ QString methodName(QHttpServerRequest::Method method)
 {
     const char *key = QMetaEnum::fromType<QHttpServerRequest::Method>().valueToKey(int(method));
     return key ? QString::fromLatin1(key).toUpper() : u"UNKNOWN"_s;
+}
+
+bool isWebSocketUpgrade(const QHttpServerRequest &request)
+{
+    return request.value(QByteArrayLiteral("upgrade")).compare("websocket", Qt::CaseInsensitive) ==
+           0;
 }
 
 QString cannedKey(const QString &method, const QString &path)
@@ -28,7 +43,20 @@ LocalService::LocalService(QObject *parent)
     : QAbstractHttpServer(parent)
     , m_monitoringConfig(defaultMonitoringConfig())
     , m_strings(defaultStrings())
-{}
+    , m_xhr(&m_registry)
+    , m_webSockets(this, &m_registry)
+{
+    connect(&m_registry, &VisitRegistry::visitOpened, this, &LocalService::visitOpened);
+    connect(&m_registry, &VisitRegistry::visitEnded, this, &LocalService::visitEnded);
+    connect(&m_registry, &VisitRegistry::reportReceived, this, &LocalService::reportReceived);
+    connect(&m_registry, &VisitRegistry::commandDelivered, this, &LocalService::commandDelivered);
+    connect(&m_webSockets, &WebSocketEndpoint::connected, this, &LocalService::webSocketConnected);
+    connect(&m_webSockets, &WebSocketEndpoint::disconnected, this,
+            &LocalService::webSocketDisconnected);
+    connect(&m_webSockets, &WebSocketEndpoint::frameRejected, this,
+            &LocalService::webSocketFrameRejected);
+    m_webSockets.setMaxMessageSize(m_maxBodySize);
+}
 
 LocalService::~LocalService() = default;
 
@@ -59,15 +87,87 @@ QList<RecordedRequest> LocalService::requests(const QString &path) const
     return matching;
 }
 
+void LocalService::setMaxBodySize(qsizetype bytes)
+{
+    // Protobuf parses at most INT_MAX bytes at once.
+    m_maxBodySize = std::clamp<qsizetype>(bytes, 0, INT_MAX);
+    m_webSockets.setMaxMessageSize(m_maxBodySize);
+}
+
 bool LocalService::waitForRequests(const QString &path, int count, int timeoutMs)
 {
-    QDeadlineTimer deadline(timeoutMs);
-    while (requests(path).size() < count) {
+    return waitFor([&] { return requests(path).size() >= count; }, timeoutMs);
+}
+
+bool LocalService::queueCommand(const QString &visitId, const QByteArray &jsonObject)
+{
+    if (!QJsonDocument::fromJson(jsonObject).isObject()) {
+        qCWarning(lcVistrelService)
+            << "Not queueing a command that is not a JSON object:" << jsonObject;
+        return false;
+    }
+    m_registry.queueCommand(visitId, AgentCommand{jsonObject.trimmed(), false});
+    return true;
+}
+
+bool LocalService::queueCommand(const QString &visitId, const QJsonObject &command)
+{
+    return queueCommand(visitId, QJsonDocument(command).toJson(QJsonDocument::Compact));
+}
+
+void LocalService::queueRawCommand(const QString &visitId, const QByteArray &text)
+{
+    m_registry.queueCommand(visitId, AgentCommand{text, true});
+}
+
+bool LocalService::waitFor(const std::function<bool()> &condition, int timeoutMs)
+{
+    const QDeadlineTimer deadline(timeoutMs);
+    while (!condition()) {
         if (deadline.hasExpired())
             return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+        // Sleeps in the event loop until something happens or a short tick passes.
+        QEventLoop loop;
+        QTimer::singleShot(std::clamp<qint64>(deadline.remainingTime(), 0, 10), &loop,
+                           &QEventLoop::quit);
+        loop.exec();
     }
     return true;
+}
+
+bool LocalService::waitForVisitOpen(const QString &visitId, int timeoutMs)
+{
+    return waitFor(
+        [&] {
+            const Visit *found = visit(visitId);
+            return found && found->isOpen();
+        },
+        timeoutMs);
+}
+
+bool LocalService::waitForReports(const QString &visitId, int count, int timeoutMs)
+{
+    return waitForReports(
+        visitId, [count](const QList<Report> &reports) { return reports.size() >= count; },
+        timeoutMs);
+}
+
+bool LocalService::waitForReports(const QString &visitId,
+                                  const std::function<bool(const QList<Report> &)> &predicate,
+                                  int timeoutMs)
+{
+    return waitFor(
+        [&] {
+            const Visit *found = visit(visitId);
+            return found && predicate(found->reports());
+        },
+        timeoutMs);
+}
+
+void LocalService::record(const RecordedRequest &request)
+{
+    m_requests.append(request);
+    Q_EMIT requestRecorded(request);
 }
 
 bool LocalService::handleRequest(const QHttpServerRequest &request, QTcpSocket *socket)
@@ -80,23 +180,37 @@ bool LocalService::handleRequest(const QHttpServerRequest &request, QTcpSocket *
     recorded.body = request.body();
     recorded.time = QDateTime::currentDateTimeUtc();
 
+    // Qt upgrades the connection once this returns true, so nothing may be written for it here;
+    // returning false has Qt call missingHandler() and close the connection.
+    if (isWebSocketUpgrade(request)) {
+        const bool admitted = m_webSockets.admission() != WebSocketEndpoint::Admission::Refuse;
+        recorded.status = admitted ? 101 : 503;
+        record(recorded);
+        return admitted;
+    }
+
     const auto canned = m_canned.constFind(cannedKey(recorded.method, recorded.path));
     if (canned != m_canned.constEnd() && canned->dropConnection) {
         recorded.status = 0;
-        m_requests.append(recorded);
-        Q_EMIT requestRecorded(recorded);
+        record(recorded);
         socket->abort();
         return true;
     }
 
-    Reply reply;
-    if (canned != m_canned.constEnd())
-        reply = Reply{canned->status, canned->body, canned->contentType};
-    else
+    HttpReply reply;
+    if (recorded.body.size() > m_maxBodySize) {
+        qCWarning(lcVistrelService) << "Refused a body of" << recorded.body.size() << "bytes for"
+                                    << recorded.method << recorded.path;
+        // Only its size is worth keeping.
+        recorded.body.clear();
+        reply = HttpReply::error(413, "body too large");
+    } else if (canned != m_canned.constEnd()) {
+        reply = HttpReply{canned->status, canned->body, canned->contentType};
+    } else {
         reply = route(recorded);
+    }
     recorded.status = reply.status;
-    m_requests.append(recorded);
-    Q_EMIT requestRecorded(recorded);
+    record(recorded);
 
     QHttpServerResponder responder = makeResponder(request, socket);
     responder.write(reply.body, reply.contentType,
@@ -106,21 +220,24 @@ bool LocalService::handleRequest(const QHttpServerRequest &request, QTcpSocket *
 
 void LocalService::missingHandler(const QHttpServerRequest &request, QTcpSocket *socket)
 {
-    // handleRequest() answers everything; this is only reached if that ever changes.
-    makeResponder(request, socket).write(QHttpServerResponder::StatusCode::NotFound);
+    // Only refused WebSocket upgrades get here: handleRequest() answers everything else.
+    makeResponder(request, socket).write(QHttpServerResponder::StatusCode::ServiceUnavailable);
 }
 
-LocalService::Reply LocalService::route(const RecordedRequest &request)
+HttpReply LocalService::route(const RecordedRequest &request)
 {
     const QString &path = request.path;
     const QString &method = request.method;
     if (method == u"POST"_s && path == u"/api/in/im/c"_s)
-        return Reply{200, m_monitoringConfig};
+        return HttpReply{200, m_monitoringConfig};
     if (method == u"GET"_s && path == u"/api/in/i18n"_s)
-        return Reply{200, m_strings};
-    if (method == u"DELETE"_s && path == u"/api/ix/m"_s)
-        return Reply{200, {}};
-    return Reply{404, QByteArrayLiteral("{\"error\":\"no such endpoint\"}")};
+        return HttpReply{200, m_strings};
+    if (path == XhrEndpoint::Path)
+        return m_xhr.handle(request);
+    // Upgrades never get here: Qt hands them to the WebSocket endpoint.
+    if (path == WebSocketEndpoint::Path)
+        return HttpReply::error(426, "WebSocket only");
+    return HttpReply::error(404, "no such endpoint");
 }
 
 QByteArray LocalService::defaultMonitoringConfig()

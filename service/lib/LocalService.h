@@ -1,11 +1,19 @@
 #pragma once
 
 #include "CannedReply.h"
+#include "HttpReply.h"
 #include "RecordedRequest.h"
+#include "Report.h"
+#include "Transport.h"
+#include "Visit.h"
+#include "VisitRegistry.h"
+#include "WebSocketEndpoint.h"
+#include "XhrEndpoint.h"
 
 #include <QAbstractHttpServer>
 #include <QHash>
 #include <QHostAddress>
+#include <QJsonObject>
 #include <QList>
 
 #include <functional>
@@ -13,7 +21,7 @@
 namespace VistrelService {
 
 /// The service's side of every endpoint the kit calls, on loopback. Records every request it
-/// gets, so tests assert on what really crossed the wire.
+/// gets and decodes every report, so tests assert on what really crossed the wire.
 class LocalService : public QAbstractHttpServer
 {
     Q_OBJECT
@@ -34,42 +42,78 @@ public:
     void setStrings(const QByteArray &json) { m_strings = json; }
     QByteArray strings() const { return m_strings; }
 
-    /// Answers method + path (e.g. "GET", "/api/in/i18n") with reply, whatever the endpoint does.
+    /// Answers method + path (e.g. "GET", "/api/in/i18n") with reply instead of the endpoint:
+    /// the request is recorded, the endpoint does not run (no visit, report or command changes).
     void setCannedReply(const QString &method, const QString &path, const CannedReply &reply);
     void clearCannedReplies() { m_canned.clear(); }
 
+    /// Bodies and WebSocket messages above this answer 413 / close the connection (1009).
+    void setMaxBodySize(qsizetype bytes);
+    qsizetype maxBodySize() const { return m_maxBodySize; }
+
     QList<RecordedRequest> requests() const { return m_requests; }
-    /// The requests to one path, in arrival order.
+    /// The requests to one path, in arrival order (WebSocket handshakes included).
     QList<RecordedRequest> requests(const QString &path) const;
     void clearRequests() { m_requests.clear(); }
     /// Runs the event loop until `count` requests to `path` arrived or timeoutMs passed.
     bool waitForRequests(const QString &path, int count, int timeoutMs = 5000);
+
+    /// Visits in order of first sight; the pointers live as long as the service.
+    QList<const Visit *> visits() const { return m_registry.visits(); }
+    const Visit *visit(const QString &visitId) const { return m_registry.find(visitId); }
+
+    /// Queues one agent command object (its JSON text) for the visit's next delivery; an
+    /// unknown visit is created pending. Returns false, queueing nothing, if the text is not
+    /// a JSON object.
+    bool queueCommand(const QString &visitId, const QByteArray &jsonObject);
+    bool queueCommand(const QString &visitId, const QJsonObject &command);
+    /// Queues text exactly as it goes on the wire: the string element of an XHR reply, or the
+    /// text of a WebSocket frame.
+    void queueRawCommand(const QString &visitId, const QByteArray &text);
+
+    /// Runs the event loop until condition holds or timeoutMs passed; returns the condition.
+    bool waitFor(const std::function<bool()> &condition, int timeoutMs = 5000);
+    bool waitForVisitOpen(const QString &visitId, int timeoutMs = 5000);
+    /// Until the visit has at least `count` reports.
+    bool waitForReports(const QString &visitId, int count, int timeoutMs = 5000);
+    bool waitForReports(const QString &visitId,
+                        const std::function<bool(const QList<Report> &)> &predicate,
+                        int timeoutMs = 5000);
+
+    /// Admission, drops and closes of WebSocket connections.
+    WebSocketEndpoint *webSockets() { return &m_webSockets; }
 
     static QByteArray defaultMonitoringConfig();
     static QByteArray defaultStrings();
 
 Q_SIGNALS:
     void requestRecorded(const VistrelService::RecordedRequest &request);
+    void visitOpened(const QString &visitId);
+    void visitEnded(const QString &visitId);
+    void reportReceived(const QString &visitId, qsizetype index);
+    void commandDelivered(const QString &visitId, const QByteArray &text,
+                          VistrelService::Transport transport);
+    void webSocketConnected(const QString &visitId);
+    void webSocketDisconnected(const QString &visitId, QWebSocketProtocol::CloseCode code);
+    void webSocketFrameRejected(const QString &visitId, const QString &reason);
 
 protected:
     bool handleRequest(const QHttpServerRequest &request, QTcpSocket *socket) override;
     void missingHandler(const QHttpServerRequest &request, QTcpSocket *socket) override;
 
 private:
-    struct Reply
-    {
-        int status = 200;
-        QByteArray body;
-        QByteArray contentType = QByteArrayLiteral("application/json");
-    };
-
-    Reply route(const RecordedRequest &request);
+    HttpReply route(const RecordedRequest &request);
+    void record(const RecordedRequest &request);
 
     quint16 m_port = 0;
+    qsizetype m_maxBodySize = 16 * 1024 * 1024;
     QByteArray m_monitoringConfig;
     QByteArray m_strings;
     QHash<QString, CannedReply> m_canned;
     QList<RecordedRequest> m_requests;
+    VisitRegistry m_registry;
+    XhrEndpoint m_xhr;
+    WebSocketEndpoint m_webSockets;
 };
 
 } // namespace VistrelService

@@ -6,6 +6,12 @@
 #include "Config/ApplicationConfigWrapper.h"
 #include "Config/UIStrings.h"
 #include "Init/InitSender.h"
+#include "Network/Bidirectional/BidirectionalMessageHandler.h"
+#include "Network/Bidirectional/BidirectionalMessageParser.h"
+#include "Network/MessageSenderManager.h"
+#include "Network/PingSender.h"
+#include "Network/WebSocket/WebSocketMessageSender.h"
+#include "Network/Xhr/XhrMessageSender.h"
 
 namespace VistrelKit {
 
@@ -76,6 +82,20 @@ void Injection::registerKit(Injection &container)
     container.registerSingleton<OrvaneAPI>(from<OrvaneAPI, HttpUtil>());
     container.registerSingleton<InitSender>(
         from<InitSender, ApplicationConfigWrapper, OrvaneAPI>());
+    container.registerSingleton<MessageSenderManager>(
+        from<MessageSenderManager, WebSocketMessageSender, XhrMessageSender,
+             ApplicationConfigWrapper, HealthCheck>());
+    container.registerSingleton<XhrMessageSender>(
+        from<XhrMessageSender, ApplicationConfigWrapper, InitSender, OrvaneAPI, HttpUtil,
+             BidirectionalMessageParser>());
+    container.registerSingleton<WebSocketMessageSender>(
+        from<WebSocketMessageSender, ApplicationConfigWrapper, InitSender, OrvaneAPI, HttpUtil,
+             BidirectionalMessageParser>());
+    container.registerSingleton<PingSender>(from<PingSender, ApplicationConfigWrapper>());
+    container.registerSingleton<BidirectionalMessageParser>(
+        from<BidirectionalMessageParser, BidirectionalMessageHandler>());
+    container.registerSingleton<BidirectionalMessageHandler>(
+        from<BidirectionalMessageHandler, ApplicationConfigWrapper, UIStrings>());
     container.registerSingleton<HealthCheck>(
         from<HealthCheck, ApplicationConfigWrapper, OrvaneAPI>());
     container.registerSingleton<HttpUtil>(from<HttpUtil, ApplicationConfigWrapper>());

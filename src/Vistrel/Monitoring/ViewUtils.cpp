@@ -1,0 +1,104 @@
+#include "Monitoring/ViewUtils.h"
+
+#include "Core/MainQueue.h"
+
+#include <QApplication>
+#include <QPointer>
+#include <QStackedWidget>
+#include <QTabWidget>
+#include <QTimer>
+#include <QWidget>
+
+namespace VistrelKit {
+
+namespace {
+bool isScreenWindow(const QWidget *widget)
+{
+    if (!widget->isWindow() || !widget->isVisible() || widget->isMinimized())
+        return false;
+    const Qt::WindowType type = widget->windowType();
+    return type == Qt::Window || type == Qt::Dialog || type == Qt::Sheet;
+}
+
+// The page holder that decides the screen's name inside parent: the first one met breadth first,
+// so an outer holder wins over holders nested in its pages.
+QWidget *currentPage(QWidget *parent)
+{
+    QList<QWidget *> level{parent};
+    while (!level.isEmpty()) {
+        QList<QWidget *> next;
+        for (QWidget *widget : std::as_const(level)) {
+            if (widget != parent) {
+                if (auto *stack = qobject_cast<QStackedWidget *>(widget))
+                    return stack->currentWidget();
+                if (auto *tabs = qobject_cast<QTabWidget *>(widget))
+                    return tabs->currentWidget();
+            }
+            const auto children = widget->findChildren<QWidget *>(Qt::FindDirectChildrenOnly);
+            for (QWidget *child : children) {
+                if (!child->isWindow())
+                    next.append(child);
+            }
+        }
+        level = std::move(next);
+    }
+    return nullptr;
+}
+} // namespace
+
+QWidget *ViewUtils::topViewController()
+{
+    if (QWidget *modal = QApplication::activeModalWidget())
+        return modal;
+    if (QWidget *active = QApplication::activeWindow())
+        return active;
+    QWidget *best = nullptr;
+    qint64 bestArea = -1;
+    const auto windows = QApplication::topLevelWidgets();
+    for (QWidget *widget : windows) {
+        if (!isScreenWindow(widget))
+            continue;
+        const qint64 area = qint64(widget->width()) * widget->height();
+        if (area > bestArea) {
+            best = widget;
+            bestArea = area;
+        }
+    }
+    return best;
+}
+
+void ViewUtils::withTopViewController(std::function<void(QWidget *)> callback)
+{
+    MainQueue::async([callback = std::move(callback)]() mutable {
+        if (QWidget *top = topViewController()) {
+            callback(top);
+            return;
+        }
+        QTimer::singleShot(RetryIntervalMs, QCoreApplication::instance(),
+                           [callback = std::move(callback)]() mutable {
+                               withTopViewController(std::move(callback));
+                           });
+    });
+}
+
+QString ViewUtils::viewName(QWidget *controller)
+{
+    QWidget *named = controller;
+    while (QWidget *page = currentPage(named))
+        named = page;
+    return QString::fromLatin1(named->metaObject()->className());
+}
+
+QList<QWidget *> ViewUtils::subviews(QWidget *view, const char *className)
+{
+    QList<QWidget *> found;
+    const auto children = view->findChildren<QWidget *>(Qt::FindDirectChildrenOnly);
+    for (QWidget *child : children) {
+        found.append(subviews(child, className));
+        if (child->inherits(className))
+            found.append(child);
+    }
+    return found;
+}
+
+} // namespace VistrelKit

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "Core/JsonUtils.h"
+#include "Network/Bidirectional/BidirectionalMessage.h"
+
+#include <Vistrel/vistrel_export.h>
+
+#include <QObject>
+
+namespace VistrelKit {
+
+class BidirectionalMessageHandler;
+
+/// Reads agent command objects ({"x":1,"y":2}, {"a":"c"}, {"co":{...}}, {"d":{"u":...}}) into
+/// BidirectionalMessage records and hands each to the handler. Malformed parts are left out.
+class VISTREL_EXPORT BidirectionalMessageParser : public QObject
+{
+    Q_OBJECT
+public:
+    explicit BidirectionalMessageParser(BidirectionalMessageHandler *handler,
+                                        QObject *parent = nullptr);
+
+    /// Reads object and passes the record to the handler. Never fails.
+    void parse(const Json &object);
+    /// The record alone, without handling it.
+    BidirectionalMessage read(const Json &object) const;
+
+    /// Standard base64 with padding and nothing else; nothing when the text is not that.
+    static std::optional<QByteArray> decodeStrictBase64(const QByteArray &text);
+
+private:
+    void readDrawing(const Json &object, BidirectionalMessage &message) const;
+    void readConfiguration(const Json &object, BidirectionalMessage &message) const;
+    void readAction(const Json &object, BidirectionalMessage &message) const;
+    void readClick(const Json &object, BidirectionalMessage &message) const;
+
+    const std::string m_drawing = "d";
+    const std::string m_drawingUrl = "u";
+    const std::string m_configuration = "co";
+    const std::string m_configurationStart = "s";
+    const std::string m_configurationBidirectional = "b";
+    const std::string m_configurationOptIn = "opt";
+    const std::string m_action = "a";
+    const std::string m_actionClose = "c";
+    const std::string m_clickX = "x";
+    const std::string m_clickY = "y";
+    const std::string m_base64Prefix = "data:image/png;base64,";
+    BidirectionalMessageHandler *m_handler;
+};
+
+} // namespace VistrelKit

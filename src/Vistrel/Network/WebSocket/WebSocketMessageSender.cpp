@@ -1,0 +1,175 @@
+#include "Network/WebSocket/WebSocketMessageSender.h"
+
+#include "Api/HttpUtil.h"
+#include "Config/ApplicationConfigWrapper.h"
+#include "Config/ConstantUtils.h"
+#include "Core/JsonUtils.h"
+#include "Core/Log.h"
+#include "Core/MainQueue.h"
+#include "Network/Bidirectional/BidirectionalMessageParser.h"
+
+#include <QPointer>
+#include <QUrl>
+
+using namespace Qt::StringLiterals;
+
+namespace VistrelKit {
+
+WebSocketMessageSender::WebSocketMessageSender(ApplicationConfigWrapper *applicationConfig,
+                                               InitSender *initSender, OrvaneAPI *orvaneAPI,
+                                               HttpUtil *httpUtil,
+                                               BidirectionalMessageParser *parser, QObject *parent)
+    : MessageSender(applicationConfig, initSender, orvaneAPI, parent)
+    , m_urlTemplate(
+          u"%1://%2/api/in/imws?tId=%3&sId=%4&vId=%5&t=%6&id=%7&shrId=%8&vsId=%9&url=%10&fsTy=%11"_s)
+    , m_httpUtil(httpUtil)
+    , m_parser(parser)
+{}
+
+WebSocketMessageSender::~WebSocketMessageSender()
+{
+    if (m_socket)
+        m_socket->disconnect(this);
+}
+
+QString WebSocketMessageSender::buildUrl(const QString &url) const
+{
+    const ApplicationConfig &config = m_applicationConfig->config();
+    const VisitConfig &visit = config.visitConfig;
+    const QString sessionId = visit.sessionId.value_or(QString());
+    // One arg() call, so a value that looks like "%1" is never substituted again. vsId repeats
+    // the session id: the service reads both.
+    return m_urlTemplate.arg(
+        ConstantUtils::getProperty(u"WebSocketProtocol"_s).value_or(QString()),
+        config.hostname.value_or(QString()), config.tenantId.value_or(QString()), sessionId,
+        visit.visitorId.value_or(QString()), config.token.value_or(QString()),
+        visit.visitId.value_or(QString()), config.vistrelConfig.shareId.value_or(QString()),
+        sessionId, url, config.vistrelConfig.storageType.value_or(QString()));
+}
+
+void WebSocketMessageSender::start(const QString &url, Callback onSuccess, Callback onError)
+{
+    m_successCallback = std::move(onSuccess);
+    m_errorCallback = std::move(onError);
+    m_screenName = url;
+
+    const QString text = buildUrl(url);
+    const QUrl parsed(text, QUrl::StrictMode);
+    if (!parsed.isValid() || parsed.scheme().isEmpty() || parsed.host().isEmpty()) {
+        Log::warning(u"Cannot construct URL"_s);
+        return;
+    }
+
+    Log::debug(u"Connect to "_s + text);
+    m_request = QNetworkRequest(parsed);
+    m_request.setTransferTimeout(HttpUtil::TimeoutMs);
+    // Sent even while empty, so the value must not be a null QByteArray (that removes it).
+    QByteArray sessionId =
+        m_applicationConfig->config().visitConfig.sessionId.value_or(QString()).toUtf8();
+    if (sessionId.isNull())
+        sessionId = QByteArray("");
+    m_request.setRawHeader(m_httpUtil->ssidHeaderName().toLatin1(), sessionId);
+
+    if (m_socket)
+        m_socket->disconnect(this);
+    m_socket = std::make_unique<QWebSocket>();
+    connect(m_socket.get(), &QWebSocket::connected, this, &WebSocketMessageSender::onConnected);
+    connect(m_socket.get(), &QWebSocket::disconnected, this,
+            &WebSocketMessageSender::onDisconnected);
+    connect(m_socket.get(), &QWebSocket::textMessageReceived, this,
+            &WebSocketMessageSender::handleText);
+    connect(m_socket.get(), &QWebSocket::binaryMessageReceived, this,
+            [] { Log::warning(u"Received unexpected binary data"_s); });
+    m_closingByUs = false;
+    m_socket->open(m_request);
+}
+
+void WebSocketMessageSender::stop()
+{
+    MessageSender::stop();
+    m_wasSuccessfulOnce = false;
+    if (m_socket) {
+        m_closingByUs = true;
+        m_socket->close(QWebSocketProtocol::CloseCodeNormal);
+    }
+}
+
+void WebSocketMessageSender::send(const QString &, const ProtoMessage &message,
+                                  ErrorCompletion completion)
+{
+    if (!m_socket) {
+        completion(StringError(u"No socket found"_s));
+        return;
+    }
+    if (!m_wasSuccessfulOnce) {
+        completion(StringError(u"Sender is closed"_s));
+        return;
+    }
+    ProtoMessageList list;
+    *list.add_messages() = message;
+    std::string bytes;
+    list.SerializePartialToString(&bytes);
+    // Not awaited: a frame written while the connection is down is lost.
+    m_socket->sendBinaryMessage(QByteArray(bytes.data(), qsizetype(bytes.size())));
+    completion(std::nullopt);
+}
+
+void WebSocketMessageSender::onConnected()
+{
+    Log::debug(u"Connection opened"_s);
+    m_wasSuccessfulOnce = true;
+    if (m_successCallback)
+        m_successCallback();
+    m_errorCallback = nullptr;
+    m_successCallback = nullptr;
+}
+
+void WebSocketMessageSender::onDisconnected()
+{
+    // A close we asked for carries no error. Otherwise a failed socket is an error of its own, and
+    // a close frame from the service is an error carrying its code.
+    bool hasError = false;
+    if (!m_closingByUs) {
+        hasError = true;
+        if (m_socket->error() != QAbstractSocket::UnknownSocketError) {
+            Log::warning(u"Connection closed with unknown error"_s);
+        } else if (m_socket->closeCode() == QWebSocketProtocol::CloseCodeNormal) {
+            Log::debug(u"Connection closed"_s);
+        } else {
+            Log::warning(u"Connection closed: "_s + QString::number(int(m_socket->closeCode())));
+        }
+    }
+    m_closingByUs = false;
+
+    if (hasError && m_wasSuccessfulOnce) {
+        Log::debug(u"Connect again"_s);
+        QPointer<QWebSocket> socket(m_socket.get());
+        const QNetworkRequest request = m_request;
+        // Queued, so the socket has finished closing before it opens again.
+        MainQueue::async([socket, request] {
+            if (socket)
+                socket->open(request);
+        });
+    }
+
+    if (m_errorCallback)
+        m_errorCallback();
+    m_errorCallback = nullptr;
+    m_successCallback = nullptr;
+}
+
+void WebSocketMessageSender::handleText(const QString &text)
+{
+    const auto value = JsonUtils::parse(text.toUtf8());
+    if (!value) {
+        Log::error(u"Cannot parse JSON of WebSocket response: "_s + text);
+        return;
+    }
+    if (!value->is_object()) {
+        Log::error(u"Cannot convert to dict: "_s + JsonUtils::dumpText(*value));
+        return;
+    }
+    m_parser->parse(*value);
+}
+
+} // namespace VistrelKit

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "Network/MessageSender.h"
+
+#include <QNetworkRequest>
+#include <QWebSocket>
+
+#include <memory>
+
+namespace VistrelKit {
+
+class BidirectionalMessageParser;
+class HttpUtil;
+
+/// The WebSocket transport: one connection per visit, each report one binary frame, agent
+/// commands back as text frames (one JSON object each). A connection that drops after it had
+/// opened is reopened at once; one that never opened is reported through onError only.
+class VISTREL_EXPORT WebSocketMessageSender : public MessageSender
+{
+    Q_OBJECT
+public:
+    WebSocketMessageSender(ApplicationConfigWrapper *applicationConfig, InitSender *initSender,
+                           OrvaneAPI *orvaneAPI, HttpUtil *httpUtil,
+                           BidirectionalMessageParser *parser, QObject *parent = nullptr);
+    ~WebSocketMessageSender() override;
+
+    /// Connects for the screen named url. The first of "opened" and "closed" calls onSuccess or
+    /// onError, and both callbacks are then dropped.
+    void start(const QString &url, Callback onSuccess, Callback onError) override;
+    /// Deletes the visit and closes the connection normally.
+    void stop() override;
+    /// Writes the report as one frame; fails with "No socket found" before start() and with
+    /// "Sender is closed" until the connection has opened once.
+    void send(const QString &url, const ProtoMessage &message, ErrorCompletion completion) override;
+
+    /// The URL start() connects to (values inserted unescaped).
+    QString buildUrl(const QString &url) const;
+    bool wasSuccessfulOnce() const { return m_wasSuccessfulOnce; }
+    QWebSocket *socket() const { return m_socket.get(); }
+
+    /// Handles one text frame from the service.
+    void handleText(const QString &text);
+
+private:
+    void onConnected();
+    void onDisconnected();
+
+    const QString m_urlTemplate;
+    HttpUtil *m_httpUtil;
+    BidirectionalMessageParser *m_parser;
+    std::unique_ptr<QWebSocket> m_socket;
+    QNetworkRequest m_request;
+    Callback m_successCallback;
+    Callback m_errorCallback;
+    bool m_wasSuccessfulOnce = false;
+    bool m_closingByUs = false;
+};
+
+} // namespace VistrelKit

@@ -1,0 +1,57 @@
+#pragma once
+
+// Reports built with the kit's own generated classes, as the device puts them on the wire.
+#include "Network/Message/ProtoMessages.h"
+
+#include <QByteArray>
+#include <QString>
+
+#include <initializer_list>
+
+namespace ServiceTest {
+
+inline VistrelKit::ProtoMessage ping(quint64 time)
+{
+    VistrelKit::ProtoMessage message;
+    message.set_time(time);
+    return message;
+}
+
+inline VistrelKit::ProtoMessage pageChange(const QString &screen, quint64 time = 1000)
+{
+    VistrelKit::ProtoMessage message = ping(time);
+    message.set_pagechange(screen.toStdString());
+    return message;
+}
+
+inline VistrelKit::ProtoMessage click(float x, float y, quint64 time = 1000)
+{
+    VistrelKit::ProtoMessage message = ping(time);
+    VistrelKit::ProtoClickEvent *event = message.add_clickevent();
+    event->set_x(x);
+    event->set_y(y);
+    return message;
+}
+
+inline VistrelKit::ProtoMessage screenshot(const QByteArray &image, quint64 time = 1000)
+{
+    VistrelKit::ProtoMessage message = ping(time);
+    message.add_screenshotevent()->set_image(image.toStdString());
+    return message;
+}
+
+inline QByteArray listBytes(std::initializer_list<VistrelKit::ProtoMessage> messages)
+{
+    VistrelKit::ProtoMessageList list;
+    for (const VistrelKit::ProtoMessage &message : messages)
+        *list.add_messages() = message;
+    const std::string bytes = list.SerializeAsString();
+    return QByteArray(bytes.data(), qsizetype(bytes.size()));
+}
+
+inline QString pageOf(const VistrelKit::ProtoMessage &message)
+{
+    return QString::fromStdString(message.pagechange());
+}
+
+} // namespace ServiceTest
