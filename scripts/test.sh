@@ -1,12 +1,16 @@
 #!/usr/bin/env bash
-# Builds the kit, the local service and the tests, then runs every test (offscreen).
-#   scripts/test.sh          developer preset
-#   scripts/test.sh asan     AddressSanitizer + UndefinedBehaviorSanitizer preset
+# Builds the kit, the local service and the tests, then runs every test (offscreen), once in the
+# developer build and once under AddressSanitizer + UndefinedBehaviorSanitizer.
+#   scripts/test.sh            both presets
+#   scripts/test.sh dev        one preset (dev or asan)
 set -euo pipefail
 cd "$(dirname "$0")/.."
-preset="${1:-dev}"
 
 scripts/install-deps.sh
-cmake --preset "$preset"
-cmake --build --preset "$preset" -j "$(nproc)"
-ctest --preset "$preset" -j 2
+presets=("${@:-dev asan}")
+for preset in ${presets[@]}; do
+    echo "=== preset $preset"
+    cmake --preset "$preset"
+    cmake --build --preset "$preset" -j "$(nproc)"
+    ctest --preset "$preset" -j 2
+done
