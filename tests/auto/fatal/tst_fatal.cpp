@@ -5,8 +5,10 @@
 #include "Config/IdUtils.h"
 #include "Init/InitSender.h"
 #include "Init/MobileInitDTO.h"
+#include "Network/MessageSender.h"
 #include "TestConfig.h"
 
+#include <QDateTime>
 #include <QFile>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -43,6 +45,9 @@ void runCase(const QString &name)
         api.mobileInit(MobileInitDTO{}, [](const Result<MonitoringConfigDTO> &) {});
     } else if (name == u"screen without a GUI application"_s) {
         InitSender::screenSize();
+    } else if (name == u"report time before the start"_s) {
+        // A start time in the future would make the report's time negative.
+        MessageSender::pingReport((QDateTime::currentSecsSinceEpoch() + 3600) * 1000);
     } else if (name.startsWith(u"device identifier"_s)) {
         std::printf("%s\n", qPrintable(IdUtils::vendorId()));
     }
@@ -81,6 +86,7 @@ void tst_Fatal::stopsTheProcess_data()
         << false << R"(Cannot build a request for the URL "://127.0.0.1:1/api/in/im/c")"_ba;
     QTest::newRow("screen without a GUI application") << false << "Cannot read the screen size"_ba;
     QTest::newRow("screen without any application") << false << "Cannot read the screen size"_ba;
+    QTest::newRow("report time before the start") << false << "Report time is negative"_ba;
     // Test mode keeps the data location under $HOME: below a plain file nothing can be created,
     // not even by root.
     QTest::newRow("device identifier, location unwritable")

@@ -6,6 +6,12 @@
 #include "Core/Injection.h"
 #include "Init/InitSender.h"
 #include "LogCapture.h"
+#include "Network/Bidirectional/BidirectionalMessageHandler.h"
+#include "Network/Bidirectional/BidirectionalMessageParser.h"
+#include "Network/MessageSenderManager.h"
+#include "Network/PingSender.h"
+#include "Network/WebSocket/WebSocketMessageSender.h"
+#include "Network/Xhr/XhrMessageSender.h"
 
 #include <QPointer>
 #include <QTest>
@@ -157,6 +163,15 @@ void tst_Injection::kitRegistrations()
     // Every service shares the one HTTP utility and one configuration.
     QCOMPARE(api->httpUtil(), container.resolve<HttpUtil>());
     QCOMPARE(container.resolve<OrvaneAPI>(), api);
+    // Transports: the manager holds the container's own two senders.
+    auto *manager = container.resolve<MessageSenderManager>();
+    QVERIFY(manager);
+    QCOMPARE(manager->xhrSender(), container.resolve<XhrMessageSender>());
+    QCOMPARE(manager->webSocketSender(), container.resolve<WebSocketMessageSender>());
+    QCOMPARE(manager->healthCheck(), container.resolve<HealthCheck>());
+    QVERIFY(container.resolve<PingSender>());
+    QVERIFY(container.resolve<BidirectionalMessageParser>());
+    QVERIFY(container.resolve<BidirectionalMessageHandler>());
 }
 
 void tst_Injection::failedResolve_data()
