@@ -10,6 +10,7 @@
 namespace VistrelKit {
 
 class OrvaneConfiguration;
+class OrvaneVistrel;
 
 /// The kit's entry point. Everything runs on the GUI thread of a QGuiApplication.
 ///
@@ -24,6 +25,8 @@ public:
 
     /// The service location settings (one instance per process).
     static OrvaneConfiguration *configuration();
+    /// The screen session (one instance per process).
+    static OrvaneVistrel *vistrel();
 
     /// Binds the kit to a tenant: stores tenant and token, renews the visitor and visit ids
     /// (keeping the session id). Returns nothing when the kit's configuration is unavailable.

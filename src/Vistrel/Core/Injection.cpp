@@ -6,12 +6,14 @@
 #include "Config/ApplicationConfigWrapper.h"
 #include "Config/UIStrings.h"
 #include "Init/InitSender.h"
+#include "Monitoring/ViewMonitor.h"
 #include "Network/Bidirectional/BidirectionalMessageHandler.h"
 #include "Network/Bidirectional/BidirectionalMessageParser.h"
 #include "Network/MessageSenderManager.h"
 #include "Network/PingSender.h"
 #include "Network/WebSocket/WebSocketMessageSender.h"
 #include "Network/Xhr/XhrMessageSender.h"
+#include "Vistrel/Vistrel.h"
 
 namespace VistrelKit {
 
@@ -82,6 +84,8 @@ void Injection::registerKit(Injection &container)
     container.registerSingleton<OrvaneAPI>(from<OrvaneAPI, HttpUtil>());
     container.registerSingleton<InitSender>(
         from<InitSender, ApplicationConfigWrapper, OrvaneAPI>());
+    container.registerSingleton<Vistrel>(from<Vistrel, InitSender, MessageSenderManager, ViewMonitor,
+                                              ApplicationConfigWrapper, PingSender, HealthCheck>());
     container.registerSingleton<MessageSenderManager>(
         from<MessageSenderManager, WebSocketMessageSender, XhrMessageSender,
              ApplicationConfigWrapper, HealthCheck>());
@@ -91,6 +95,7 @@ void Injection::registerKit(Injection &container)
     container.registerSingleton<WebSocketMessageSender>(
         from<WebSocketMessageSender, ApplicationConfigWrapper, InitSender, OrvaneAPI, HttpUtil,
              BidirectionalMessageParser>());
+    container.registerSingleton<ViewMonitor>(from<ViewMonitor, ApplicationConfigWrapper>());
     container.registerSingleton<PingSender>(from<PingSender, ApplicationConfigWrapper>());
     container.registerSingleton<BidirectionalMessageParser>(
         from<BidirectionalMessageParser, BidirectionalMessageHandler>());

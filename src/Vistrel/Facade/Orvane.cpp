@@ -1,5 +1,6 @@
 #include <Vistrel/Orvane.h>
 #include <Vistrel/OrvaneConfiguration.h>
+#include <Vistrel/OrvaneVistrel.h>
 
 #include "Config/ApplicationConfigWrapper.h"
 #include "Config/ConstantUtils.h"
@@ -12,6 +13,12 @@ namespace VistrelKit {
 OrvaneConfiguration *Orvane::configuration()
 {
     static OrvaneConfiguration *instance = new OrvaneConfiguration;
+    return instance;
+}
+
+OrvaneVistrel *Orvane::vistrel()
+{
+    static OrvaneVistrel *instance = new OrvaneVistrel;
     return instance;
 }
 

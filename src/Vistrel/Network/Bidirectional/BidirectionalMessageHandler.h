@@ -19,7 +19,10 @@ public:
     BidirectionalMessageHandler(ApplicationConfigWrapper *applicationConfig, UIStrings *uiStrings,
                                 QObject *parent = nullptr);
 
+    /// Logs the command, then carries out its parts: the tap at its device-pixel position.
     virtual void handle(const BidirectionalMessage &message);
+    /// Taps the topmost window at a point in device pixels.
+    void click(const BidirectionalMessage::Click &click);
 
     /// Seconds a drawing stays on screen.
     double drawingTimeout() const { return m_drawingTimeout; }

@@ -1,0 +1,65 @@
+#include <Vistrel/OrvaneVistrel.h>
+
+#include "Config/ApplicationConfigWrapper.h"
+#include "Core/Injection.h"
+#include "Vistrel/Vistrel.h"
+
+namespace VistrelKit {
+
+namespace {
+Vistrel *session()
+{
+    return Injection::getContainer().resolveOrLog<Vistrel>();
+}
+} // namespace
+
+void OrvaneVistrel::start()
+{
+    if (Vistrel *vistrel = session())
+        vistrel->start();
+}
+
+void OrvaneVistrel::start(const QString &tenantId, const QString &token)
+{
+    Vistrel *vistrel = session();
+    if (!vistrel)
+        return;
+    auto *wrapper = Injection::getContainer().resolveOrLog<ApplicationConfigWrapper>();
+    if (!wrapper)
+        return;
+    wrapper->config().tenantId = tenantId;
+    wrapper->config().token = token;
+    vistrel->start();
+}
+
+void OrvaneVistrel::stop()
+{
+    if (Vistrel *vistrel = session())
+        vistrel->stop();
+}
+
+bool OrvaneVistrel::connected() const
+{
+    Vistrel *vistrel = session();
+    return vistrel && vistrel->connected();
+}
+
+QString OrvaneVistrel::shareId() const
+{
+    Vistrel *vistrel = session();
+    return vistrel ? vistrel->shareId() : QString();
+}
+
+void OrvaneVistrel::tag(const QString &text)
+{
+    if (Vistrel *vistrel = session())
+        vistrel->tag(text);
+}
+
+void OrvaneVistrel::registerCallbacks(std::function<void()> onStart, std::function<void()> onStop)
+{
+    if (Vistrel *vistrel = session())
+        vistrel->registerCallbacks(std::move(onStart), std::move(onStop));
+}
+
+} // namespace VistrelKit

@@ -1,0 +1,67 @@
+#include "Monitoring/ClickUtil.h"
+
+#include "Core/Log.h"
+
+#include <QAbstractButton>
+#include <QAbstractItemView>
+#include <QComboBox>
+#include <QDebug>
+#include <QItemSelectionModel>
+#include <QWidget>
+
+using namespace Qt::StringLiterals;
+
+namespace VistrelKit {
+
+namespace {
+QString description(const QWidget *widget)
+{
+    QString text;
+    QDebug(&text).nospace() << widget;
+    return text;
+}
+
+// The item view whose viewport holds widget (a cell's editor or index widget included).
+QAbstractItemView *itemViewOf(QWidget *widget)
+{
+    for (QWidget *w = widget; w; w = w->parentWidget()) {
+        auto *view = qobject_cast<QAbstractItemView *>(w->parentWidget());
+        if (view && view->viewport() == w)
+            return view;
+    }
+    return nullptr;
+}
+} // namespace
+
+void ClickUtil::click(QWidget *view, const QPoint &position)
+{
+    Log::debug(u"Found view: "_s + description(view));
+    if (auto *button = qobject_cast<QAbstractButton *>(view)) {
+        button->click();
+        return;
+    }
+    if (QAbstractItemView *items = itemViewOf(view)) {
+        const QModelIndex index = items->indexAt(view->mapTo(items->viewport(), position));
+        if (index.isValid() && items->selectionModel()) {
+            items->selectionModel()->setCurrentIndex(
+                index, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+        }
+        return;
+    }
+    if (auto *combo = qobject_cast<QComboBox *>(view)) {
+        combo->showPopup();
+        return;
+    }
+    if (view->isEnabled() && (view->focusPolicy() & Qt::ClickFocus))
+        view->setFocus(Qt::MouseFocusReason);
+}
+
+QWidget *ClickUtil::hitTest(QWidget *root, const QPoint &position)
+{
+    if (!root->rect().contains(position))
+        return nullptr;
+    QWidget *child = root->childAt(position);
+    return child ? child : root;
+}
+
+} // namespace VistrelKit

@@ -1,0 +1,114 @@
+#include "Monitoring/PrivacyUtils.h"
+
+#include "Config/IOSConfig.h"
+#include "Core/Log.h"
+#include "Monitoring/ViewUtils.h"
+
+#include <QApplication>
+#include <QMetaType>
+#include <QPainter>
+#include <QWidget>
+
+using namespace Qt::StringLiterals;
+
+namespace VistrelKit {
+
+namespace {
+// Where `view` sits in `root`'s coordinates, also when root is not one of its ancestors.
+QPoint mapToRoot(QWidget *view, QWidget *root, const QPoint &point)
+{
+    if (view == root || root->isAncestorOf(view))
+        return view->mapTo(root, point);
+    return root->mapFromGlobal(view->mapToGlobal(point));
+}
+
+void paintBlack(QImage &image, const QRectF &rect)
+{
+    QPainter painter(&image);
+    painter.fillRect(rect, Qt::black);
+}
+} // namespace
+
+void PrivacyUtils::maskPrivateViews(QImage &image, QWidget *root, const IOSConfig &config)
+{
+    for (const QString &entry : config.blacklist) {
+        bool ok = false;
+        const int tag = entry.toInt(&ok, 10);
+        if (!ok) {
+            Log::warning(u"Cannot convert tag to integer"_s);
+            continue;
+        }
+        if (QWidget *view = viewWithTag(root, tag))
+            maskView(view, root, image);
+    }
+    for (const QString &className : config.blacklistClasses)
+        maskClass(root, className, image);
+}
+
+void PrivacyUtils::maskClass(QWidget *root, const QString &className, QImage &image)
+{
+    const QByteArray name = className.toLatin1();
+    const auto views = ViewUtils::subviews(root, name.constData());
+    // Only an empty result needs the (slower) question whether the class exists at all.
+    if (views.isEmpty() && !isKnownClass(className)) {
+        Log::warning(u"Cannot convert class name to class"_s);
+        return;
+    }
+    for (QWidget *view : views)
+        maskView(view, root, image);
+}
+
+void PrivacyUtils::maskView(QWidget *view, QWidget *root, QImage &image)
+{
+    // The service's rectangle: the view's frame (in its parent's coordinates) converted from the
+    // view's own coordinates, as its masking settings were made for.
+    const QRect frame = view->geometry();
+    image = mask(image, QRectF(mapToRoot(view, root, frame.topLeft()), frame.size()));
+    // And the view's true place, so that private content is covered wherever the view sits.
+    const qreal ratio = image.devicePixelRatio();
+    const QPointF origin = QPointF(mapToRoot(view, root, QPoint(0, 0))) * ratio;
+    image = mask(image, QRectF(origin, QSizeF(view->size())));
+}
+
+QImage PrivacyUtils::mask(const QImage &image, const QRectF &rect)
+{
+    const qreal ratio = image.devicePixelRatio();
+    QImage result = image;
+    paintBlack(result, QRectF(rect.x() / ratio, rect.y() / ratio, rect.width(), rect.height()));
+    if (result.isNull())
+        qFatal("Cannot paint the privacy mask");
+    return result;
+}
+
+QWidget *PrivacyUtils::viewWithTag(QWidget *root, int tag)
+{
+    bool ok = false;
+    if (root->property(TagProperty).toInt(&ok) == tag && ok)
+        return root;
+    const auto children = root->findChildren<QWidget *>(Qt::FindDirectChildrenOnly);
+    for (QWidget *child : children) {
+        if (QWidget *found = viewWithTag(child, tag))
+            return found;
+    }
+    return nullptr;
+}
+
+bool PrivacyUtils::isKnownClass(const QString &className)
+{
+    const QByteArray name = className.toLatin1();
+    if (name.isEmpty())
+        return false;
+    const QMetaType pointerType = QMetaType::fromName(QByteArray(name + '*'));
+    if (pointerType.isValid() && pointerType.metaObject())
+        return true;
+    const auto widgets = QApplication::allWidgets();
+    for (const QWidget *widget : widgets) {
+        for (const QMetaObject *meta = widget->metaObject(); meta; meta = meta->superClass()) {
+            if (name == meta->className())
+                return true;
+        }
+    }
+    return false;
+}
+
+} // namespace VistrelKit

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <Vistrel/vistrel_export.h>
+
+#include <QImage>
+#include <QRectF>
+#include <QStringList>
+
+class QWidget;
+
+namespace VistrelKit {
+
+struct IOSConfig;
+
+/// Paints the views the service declared private black in a screenshot, before it leaves the
+/// device. A view is private by tag (the integer property "vistrelTag") or by class (its class or
+/// any base class has the given name).
+class VISTREL_EXPORT PrivacyUtils
+{
+public:
+    /// The dynamic property that carries a widget's tag.
+    static constexpr const char *TagProperty = "vistrelTag";
+
+    /// Masks image (a rendering of root, in root's coordinates, with root's device pixel ratio):
+    /// first every tag of config.blacklist, then every class of config.blacklistClasses.
+    static void maskPrivateViews(QImage &image, QWidget *root, const IOSConfig &config);
+    /// Masks every widget under root that is of className.
+    static void maskClass(QWidget *root, const QString &className, QImage &image);
+    /// A copy of image with rect painted black. The origin is divided by the image's device pixel
+    /// ratio, the size is not (the service's masking settings assume it).
+    static QImage mask(const QImage &image, const QRectF &rect);
+
+    /// The widget carrying tag: root itself or its first descendant, depth first.
+    static QWidget *viewWithTag(QWidget *root, int tag);
+    /// Whether any class of that name is known: registered as a pointer meta type
+    /// (qRegisterMetaType<T *>()) or the class of a live widget or one of its bases.
+    static bool isKnownClass(const QString &className);
+
+private:
+    static void maskView(QWidget *view, QWidget *root, QImage &image);
+};
+
+} // namespace VistrelKit

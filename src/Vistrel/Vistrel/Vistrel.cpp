@@ -1,0 +1,280 @@
+#include "Vistrel/Vistrel.h"
+
+#include "Api/HealthCheck.h"
+#include "Config/ApplicationConfigWrapper.h"
+#include "Config/IdUtils.h"
+#include "Core/Injection.h"
+#include "Core/Log.h"
+#include "Init/InitSender.h"
+#include "Monitoring/ViewMonitor.h"
+#include "Monitoring/ViewUtils.h"
+#include "Network/MessageSenderManager.h"
+#include "Network/PingSender.h"
+#include "Network/Xhr/XhrMessageSender.h"
+
+#include <QGuiApplication>
+
+using namespace Qt::StringLiterals;
+
+namespace VistrelKit {
+
+Vistrel::Vistrel(InitSender *initSender, MessageSenderManager *messageSenderManager,
+                 ViewMonitor *viewMonitor, ApplicationConfigWrapper *applicationConfig,
+                 PingSender *pingSender, HealthCheck *healthCheck, QObject *parent)
+    : QObject(parent)
+    , m_initSender(initSender)
+    , m_messageSenderManager(messageSenderManager)
+    , m_viewMonitor(viewMonitor)
+    , m_applicationConfig(applicationConfig)
+    , m_pingSender(pingSender)
+    , m_healthCheck(healthCheck)
+{
+}
+
+void Vistrel::start()
+{
+    if (m_isRunning) {
+        Log::error(u"Error when starting Vistrel: "_s
+                   + StringError(u"Vistrel is already started"_s).description());
+        return;
+    }
+    m_isRunning = true;
+    Log::debug(u"Start"_s);
+    ApplicationConfig &config = m_applicationConfig->config();
+    config.vistrelConfig.optIn = false;
+    m_applicationConfig->newVisit(std::nullopt);
+    config.vistrelConfig.newShareIdAndStartTime();
+
+    QPointer<Vistrel> self(this);
+    sessionStart(false, [self](const std::optional<Error> &error) {
+        if (!self)
+            return;
+        if (error) {
+            self->m_isRunning = false;
+            Log::error(u"Error when starting Vistrel: "_s + error->description());
+            return;
+        }
+        self->sendActiveUser();
+        self->setUpBackgroundHandling();
+        self->m_startCallback();
+    });
+}
+
+void Vistrel::sessionStart(bool force, ErrorCompletion completion)
+{
+    Log::debug(u"Get init"_s);
+    QPointer<Vistrel> self(this);
+    ViewUtils::withTopViewController([self, force, completion = std::move(completion)](
+                                         QWidget *controller) mutable {
+        if (!self)
+            return;
+        Log::debug(u"Call init sender"_s);
+        self->m_initSender->send(
+            ViewUtils::viewName(controller), true,
+            [self, force, completion](const Result<MonitoringConfigDTO> &reply) mutable {
+                if (!self)
+                    return;
+                if (!reply.isOk()) {
+                    completion(reply.error());
+                    return;
+                }
+                const MonitoringConfigDTO config = reply.value();
+                if (config.ignoreIp) {
+                    Log::debug(u"Ignoring"_s);
+                    return;
+                }
+                force = force || config.startMonitoringType == u"u"_s;
+                ViewUtils::withTopViewController([self, force, config, completion](
+                                                     QWidget *current) mutable {
+                    if (!self)
+                        return;
+                    ApplicationConfig &app = self->m_applicationConfig->config();
+                    app.vistrelConfig.storageType = config.storageType.value_or(u"l"_s);
+                    app.chatAvailable = config.chatActivated;
+                    XhrMessageSender *sender = self->m_messageSenderManager->xhrSender();
+                    sender->start(ViewUtils::viewName(current), nullptr, nullptr);
+
+                    Log::debug(u"Selected message sender: "_s
+                               + Injection::unqualified(sender->metaObject()->className()));
+                    self->m_messageSender = sender;
+                    self->m_pingSender->start(sender);
+
+                    Log::debug(u"Should start monitoring: "_s
+                               + (config.shouldStartMonitoring ? u"true"_s : u"false"_s));
+                    app.vistrelConfig.iosConfig = config.ios;
+                    if (!config.shouldStartMonitoring && !force) {
+                        completion(std::nullopt);
+                        return;
+                    }
+                    Log::debug(u"Should start or force is set"_s);
+                    app.vistrelConfig.isRecordingStarted = true;
+                    Log::debug(u"Start monitor"_s);
+                    self->m_viewMonitor->resetLastScreenshot();
+                    self->m_viewMonitor->start(sender, completion);
+                });
+            });
+    });
+}
+
+void Vistrel::stop()
+{
+    if (!m_isRunning) {
+        Log::warning(u"Already stopped"_s);
+        return;
+    }
+    m_pingSender->stop();
+    m_viewMonitor->stop();
+    if (m_messageSender)
+        m_messageSender->stop();
+    m_healthCheck->setRunning(false);
+    m_isRunning = false;
+    m_applicationConfig->config().vistrelConfig.isRecordingStarted = false;
+    m_stopCallback();
+}
+
+void Vistrel::restart()
+{
+    stop();
+    m_applicationConfig->config().visitConfig.visitId = IdUtils::newUuid();
+    QPointer<Vistrel> self(this);
+    // Whatever the outcome, the session counts as running again and sends a full screenshot.
+    sessionStart(false, [self](const std::optional<Error> &) {
+        if (!self)
+            return;
+        self->m_isRunning = true;
+        self->m_viewMonitor->resetLastScreenshot();
+    });
+}
+
+bool Vistrel::connected() const
+{
+    return m_applicationConfig->config().vistrelConfig.isRecordingStarted.value_or(false);
+}
+
+QString Vistrel::shareId() const
+{
+    return m_applicationConfig->config().vistrelConfig.shareId.value_or(QString());
+}
+
+void Vistrel::tag(const QString &text)
+{
+    const auto log = [](const Error &error) {
+        Log::error(u"Cannot tag session: "_s + error.description());
+    };
+    if (!m_messageSender) {
+        log(StringError(u"Cannot tag session without message sender"_s));
+        return;
+    }
+    m_messageSender->sendTag(text,
+                             m_applicationConfig->config().vistrelConfig.startTime.value_or(0),
+                             [log](const std::optional<Error> &error) {
+                                 if (error)
+                                     log(*error);
+                             });
+}
+
+void Vistrel::registerCallbacks(Callback onStart, Callback onStop)
+{
+    m_startCallback = onStart ? std::move(onStart) : [] {};
+    m_stopCallback = onStop ? std::move(onStop) : [] {};
+}
+
+void Vistrel::sendActiveUser()
+{
+    const ApplicationConfig &config = m_applicationConfig->config();
+    if (config.activeUserTag && m_messageSender) {
+        m_messageSender->sendUserTag(*config.activeUserTag,
+                                     config.vistrelConfig.startTime.value_or(0),
+                                     [](const std::optional<Error> &) {});
+    }
+}
+
+bool Vistrel::isBackground(Qt::ApplicationState state)
+{
+    const QString platform = QGuiApplication::platformName();
+    const bool mobile = platform == u"android"_s || platform == u"ios"_s;
+    if (mobile)
+        return state != Qt::ApplicationActive;
+    return state == Qt::ApplicationHidden || state == Qt::ApplicationSuspended;
+}
+
+void Vistrel::setUpBackgroundHandling()
+{
+    if (m_closingIsSetup)
+        return;
+    m_closingIsSetup = true;
+    connect(qGuiApp, &QGuiApplication::applicationStateChanged, this,
+            &Vistrel::onApplicationStateChanged);
+}
+
+void Vistrel::onApplicationStateChanged(Qt::ApplicationState state)
+{
+    const bool background = isBackground(state);
+    if (background == m_inBackground)
+        return;
+    m_inBackground = background;
+    if (background)
+        applicationWillResignActive();
+    else
+        applicationDidBecomeActive();
+}
+
+void Vistrel::applicationWillResignActive()
+{
+    Log::debug(u"App goes in background"_s);
+    if (m_backgroundTimeoutTimer && !m_backgroundTimeoutTimer->isActive())
+        m_backgroundTimeoutTimer->deleteLater(); // a dead timer from an earlier return
+    auto *timer = new QTimer(this);
+    timer->setSingleShot(true);
+    connect(timer, &QTimer::timeout, this, [this, timer] { backgroundTimeoutFired(timer); });
+    timer->start(qRound(m_backgroundTimeout * 1000));
+    m_backgroundTimeoutTimer = timer;
+}
+
+void Vistrel::backgroundTimeoutFired(QTimer *timer)
+{
+    Log::debug(u"Timeout; Close sender"_s);
+    if (m_messageSender)
+        m_messageSender->stop();
+    m_backgroundTimeoutTimer = nullptr;
+    timer->deleteLater();
+}
+
+void Vistrel::applicationDidBecomeActive()
+{
+    if (m_backgroundTimeoutTimer) {
+        // Back within the grace period: the transport is still open. The field keeps the dead
+        // timer, so the next return also counts as "in time" until a new timer replaces it.
+        m_backgroundTimeoutTimer->stop();
+        return;
+    }
+    VisitConfig &visit = m_applicationConfig->config().visitConfig;
+    visit.visitId = IdUtils::newUuid();
+    visit.sessionId = IdUtils::newUuid();
+    QPointer<Vistrel> self(this);
+    ViewUtils::withTopViewController([self](QWidget *controller) {
+        if (!self)
+            return;
+        const QString name = ViewUtils::viewName(controller);
+        self->m_initSender->send(name, true, [self, name](const Result<MonitoringConfigDTO> &reply) {
+            if (!self)
+                return;
+            if (!reply.isOk()) {
+                Log::error(u"Cannot restart session after close: "_s + reply.error().description());
+                return;
+            }
+            if (!self->m_messageSender)
+                return;
+            self->m_messageSender->start(
+                name,
+                [self] {
+                    if (self)
+                        self->m_viewMonitor->resetLastScreenshot();
+                    Log::debug(u"WebSocket reconnect success"_s);
+                },
+                [] { Log::warning(u"WebSocket reconnect failed"_s); });
+        });
+    });
+}
+
+} // namespace VistrelKit

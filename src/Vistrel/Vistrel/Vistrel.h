@@ -1,0 +1,94 @@
+#pragma once
+
+#include "Core/Error.h"
+#include "Network/MessageSender.h"
+
+#include <Vistrel/vistrel_export.h>
+
+#include <QObject>
+#include <QPointer>
+#include <QTimer>
+
+#include <functional>
+
+namespace VistrelKit {
+
+class ApplicationConfigWrapper;
+class HealthCheck;
+class InitSender;
+class MessageSenderManager;
+class PingSender;
+class ViewMonitor;
+
+/// The screen session: runs the init handshake, takes the HTTP transport, starts the ping and
+/// the view monitor, closes the transport when the app stays in the background for 5 s and
+/// opens a new visit when it comes back, and stops everything on request.
+class VISTREL_EXPORT Vistrel : public QObject
+{
+    Q_OBJECT
+public:
+    using Callback = std::function<void()>;
+
+    Vistrel(InitSender *initSender, MessageSenderManager *messageSenderManager,
+            ViewMonitor *viewMonitor, ApplicationConfigWrapper *applicationConfig,
+            PingSender *pingSender, HealthCheck *healthCheck, QObject *parent = nullptr);
+
+    /// A new visit, share id and start time, then the session start. Failures are logged.
+    void start();
+    /// The init handshake and what follows from its reply. force starts monitoring whatever the
+    /// reply says. On a transport error the completion runs twice (the error, then "Data is nil").
+    void sessionStart(bool force, ErrorCompletion completion);
+    /// Ends the timers, the monitor and the transport (which deletes the visit on the service).
+    void stop();
+    /// Stops and starts again with a new visit id.
+    void restart();
+
+    /// Whether the screen is being recorded.
+    bool connected() const;
+    QString shareId() const;
+    /// Sends a free tag over the live transport.
+    void tag(const QString &text);
+    /// Called after each successful start and after each stop.
+    void registerCallbacks(Callback onStart, Callback onStop);
+
+    bool isRunning() const { return m_isRunning; }
+    /// The transport chosen at the last start (kept after a stop).
+    MessageSender *messageSender() const { return m_messageSender; }
+    ViewMonitor *viewMonitor() const { return m_viewMonitor; }
+
+    /// The app leaves the foreground: the transport closes unless it is back within 5 s.
+    void applicationWillResignActive();
+    /// The app is back: a transport closed meanwhile reopens on a new visit and session.
+    void applicationDidBecomeActive();
+    /// Whether an application state counts as the background on this platform: on Android and
+    /// iOS any state but active; on desktop only hidden or suspended (an unfocused window is
+    /// still in front of its user).
+    static bool isBackground(Qt::ApplicationState state);
+
+    double backgroundTimeout() const { return m_backgroundTimeout; }
+    double tagCheckInterval() const { return m_tagCheckInterval; }
+
+private:
+    void setUpBackgroundHandling();
+    void onApplicationStateChanged(Qt::ApplicationState state);
+    void backgroundTimeoutFired(QTimer *timer);
+    void sendActiveUser();
+
+    InitSender *m_initSender;
+    MessageSenderManager *m_messageSenderManager;
+    ViewMonitor *m_viewMonitor;
+    ApplicationConfigWrapper *m_applicationConfig;
+    QPointer<MessageSender> m_messageSender;
+    PingSender *m_pingSender;
+    HealthCheck *m_healthCheck;
+    const double m_tagCheckInterval = 0.5;
+    const double m_backgroundTimeout = 5.0;
+    Callback m_startCallback = [] {};
+    Callback m_stopCallback = [] {};
+    bool m_isRunning = false;
+    bool m_closingIsSetup = false;
+    bool m_inBackground = false;
+    QPointer<QTimer> m_backgroundTimeoutTimer;
+};
+
+} // namespace VistrelKit
