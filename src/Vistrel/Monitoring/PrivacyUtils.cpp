@@ -21,12 +21,6 @@ QPoint mapToRoot(QWidget *view, QWidget *root, const QPoint &point)
         return view->mapTo(root, point);
     return root->mapFromGlobal(view->mapToGlobal(point));
 }
-
-void paintBlack(QImage &image, const QRectF &rect)
-{
-    QPainter painter(&image);
-    painter.fillRect(rect, Qt::black);
-}
 } // namespace
 
 void PrivacyUtils::maskPrivateViews(QImage &image, QWidget *root, const IOSConfig &config)
@@ -60,24 +54,34 @@ void PrivacyUtils::maskClass(QWidget *root, const QString &className, QImage &im
 
 void PrivacyUtils::maskView(QWidget *view, QWidget *root, QImage &image)
 {
+    // Painted in place: a copy per view would cost a full-screen image each time.
+    const qreal ratio = image.devicePixelRatio();
+    QPainter painter(&image);
     // The service's rectangle: the view's frame (in its parent's coordinates) converted from the
     // view's own coordinates, as its masking settings were made for.
     const QRect frame = view->geometry();
-    image = mask(image, QRectF(mapToRoot(view, root, frame.topLeft()), frame.size()));
+    painter.fillRect(
+        scaledOrigin(QRectF(mapToRoot(view, root, frame.topLeft()), frame.size()), ratio),
+        Qt::black);
     // And the view's true place, so that private content is covered wherever the view sits.
-    const qreal ratio = image.devicePixelRatio();
-    const QPointF origin = QPointF(mapToRoot(view, root, QPoint(0, 0))) * ratio;
-    image = mask(image, QRectF(origin, QSizeF(view->size())));
+    painter.fillRect(QRectF(mapToRoot(view, root, QPoint(0, 0)), QSizeF(view->size())), Qt::black);
 }
 
 QImage PrivacyUtils::mask(const QImage &image, const QRectF &rect)
 {
-    const qreal ratio = image.devicePixelRatio();
     QImage result = image;
-    paintBlack(result, QRectF(rect.x() / ratio, rect.y() / ratio, rect.width(), rect.height()));
+    {
+        QPainter painter(&result);
+        painter.fillRect(scaledOrigin(rect, image.devicePixelRatio()), Qt::black);
+    }
     if (result.isNull())
         qFatal("Cannot paint the privacy mask");
     return result;
+}
+
+QRectF PrivacyUtils::scaledOrigin(const QRectF &rect, qreal ratio)
+{
+    return QRectF(rect.x() / ratio, rect.y() / ratio, rect.width(), rect.height());
 }
 
 QWidget *PrivacyUtils::viewWithTag(QWidget *root, int tag)

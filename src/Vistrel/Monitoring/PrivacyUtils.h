@@ -36,6 +36,9 @@ public:
     /// (qRegisterMetaType<T *>()) or the class of a live widget or one of its bases.
     static bool isKnownClass(const QString &className);
 
+    /// rect with its origin divided by ratio and its size kept.
+    static QRectF scaledOrigin(const QRectF &rect, qreal ratio);
+
 private:
     static void maskView(QWidget *view, QWidget *root, QImage &image);
 };

@@ -48,9 +48,10 @@ QWidget *currentPage(QWidget *parent)
 
 QWidget *ViewUtils::topViewController()
 {
-    if (QWidget *modal = QApplication::activeModalWidget())
+    // Activation can lag behind hiding: a window that is no longer shown never counts.
+    if (QWidget *modal = QApplication::activeModalWidget(); modal && isScreenWindow(modal))
         return modal;
-    if (QWidget *active = QApplication::activeWindow())
+    if (QWidget *active = QApplication::activeWindow(); active && isScreenWindow(active))
         return active;
     QWidget *best = nullptr;
     qint64 bestArea = -1;

@@ -28,14 +28,13 @@ Vistrel::Vistrel(InitSender *initSender, MessageSenderManager *messageSenderMana
     , m_applicationConfig(applicationConfig)
     , m_pingSender(pingSender)
     , m_healthCheck(healthCheck)
-{
-}
+{}
 
 void Vistrel::start()
 {
     if (m_isRunning) {
-        Log::error(u"Error when starting Vistrel: "_s
-                   + StringError(u"Vistrel is already started"_s).description());
+        Log::error(u"Error when starting Vistrel: "_s +
+                   StringError(u"Vistrel is already started"_s).description());
         return;
     }
     m_isRunning = true;
@@ -64,15 +63,20 @@ void Vistrel::sessionStart(bool force, ErrorCompletion completion)
 {
     Log::debug(u"Get init"_s);
     QPointer<Vistrel> self(this);
-    ViewUtils::withTopViewController([self, force, completion = std::move(completion)](
+    // After a stop, what is left of this start must not bring the session up again: it would
+    // run with isRunning false, out of reach of any later stop().
+    const auto abandoned = [self, stops = m_stopCount] {
+        return !self || self->m_stopCount != stops;
+    };
+    ViewUtils::withTopViewController([self, abandoned, force, completion = std::move(completion)](
                                          QWidget *controller) mutable {
-        if (!self)
+        if (abandoned())
             return;
         Log::debug(u"Call init sender"_s);
         self->m_initSender->send(
             ViewUtils::viewName(controller), true,
-            [self, force, completion](const Result<MonitoringConfigDTO> &reply) mutable {
-                if (!self)
+            [self, abandoned, force, completion](const Result<MonitoringConfigDTO> &reply) mutable {
+                if (abandoned())
                     return;
                 if (!reply.isOk()) {
                     completion(reply.error());
@@ -84,34 +88,34 @@ void Vistrel::sessionStart(bool force, ErrorCompletion completion)
                     return;
                 }
                 force = force || config.startMonitoringType == u"u"_s;
-                ViewUtils::withTopViewController([self, force, config, completion](
-                                                     QWidget *current) mutable {
-                    if (!self)
-                        return;
-                    ApplicationConfig &app = self->m_applicationConfig->config();
-                    app.vistrelConfig.storageType = config.storageType.value_or(u"l"_s);
-                    app.chatAvailable = config.chatActivated;
-                    XhrMessageSender *sender = self->m_messageSenderManager->xhrSender();
-                    sender->start(ViewUtils::viewName(current), nullptr, nullptr);
+                ViewUtils::withTopViewController(
+                    [self, abandoned, force, config, completion](QWidget *current) mutable {
+                        if (abandoned())
+                            return;
+                        ApplicationConfig &app = self->m_applicationConfig->config();
+                        app.vistrelConfig.storageType = config.storageType.value_or(u"l"_s);
+                        app.chatAvailable = config.chatActivated;
+                        XhrMessageSender *sender = self->m_messageSenderManager->xhrSender();
+                        sender->start(ViewUtils::viewName(current), nullptr, nullptr);
 
-                    Log::debug(u"Selected message sender: "_s
-                               + Injection::unqualified(sender->metaObject()->className()));
-                    self->m_messageSender = sender;
-                    self->m_pingSender->start(sender);
+                        Log::debug(u"Selected message sender: "_s +
+                                   Injection::unqualified(sender->metaObject()->className()));
+                        self->m_messageSender = sender;
+                        self->m_pingSender->start(sender);
 
-                    Log::debug(u"Should start monitoring: "_s
-                               + (config.shouldStartMonitoring ? u"true"_s : u"false"_s));
-                    app.vistrelConfig.iosConfig = config.ios;
-                    if (!config.shouldStartMonitoring && !force) {
-                        completion(std::nullopt);
-                        return;
-                    }
-                    Log::debug(u"Should start or force is set"_s);
-                    app.vistrelConfig.isRecordingStarted = true;
-                    Log::debug(u"Start monitor"_s);
-                    self->m_viewMonitor->resetLastScreenshot();
-                    self->m_viewMonitor->start(sender, completion);
-                });
+                        Log::debug(u"Should start monitoring: "_s +
+                                   (config.shouldStartMonitoring ? u"true"_s : u"false"_s));
+                        app.vistrelConfig.iosConfig = config.ios;
+                        if (!config.shouldStartMonitoring && !force) {
+                            completion(std::nullopt);
+                            return;
+                        }
+                        Log::debug(u"Should start or force is set"_s);
+                        app.vistrelConfig.isRecordingStarted = true;
+                        Log::debug(u"Start monitor"_s);
+                        self->m_viewMonitor->resetLastScreenshot();
+                        self->m_viewMonitor->start(sender, completion);
+                    });
             });
     });
 }
@@ -122,6 +126,7 @@ void Vistrel::stop()
         Log::warning(u"Already stopped"_s);
         return;
     }
+    ++m_stopCount;
     m_pingSender->stop();
     m_viewMonitor->stop();
     if (m_messageSender)
@@ -256,24 +261,26 @@ void Vistrel::applicationDidBecomeActive()
         if (!self)
             return;
         const QString name = ViewUtils::viewName(controller);
-        self->m_initSender->send(name, true, [self, name](const Result<MonitoringConfigDTO> &reply) {
-            if (!self)
-                return;
-            if (!reply.isOk()) {
-                Log::error(u"Cannot restart session after close: "_s + reply.error().description());
-                return;
-            }
-            if (!self->m_messageSender)
-                return;
-            self->m_messageSender->start(
-                name,
-                [self] {
-                    if (self)
-                        self->m_viewMonitor->resetLastScreenshot();
-                    Log::debug(u"WebSocket reconnect success"_s);
-                },
-                [] { Log::warning(u"WebSocket reconnect failed"_s); });
-        });
+        self->m_initSender->send(name, true,
+                                 [self, name](const Result<MonitoringConfigDTO> &reply) {
+                                     if (!self)
+                                         return;
+                                     if (!reply.isOk()) {
+                                         Log::error(u"Cannot restart session after close: "_s +
+                                                    reply.error().description());
+                                         return;
+                                     }
+                                     if (!self->m_messageSender)
+                                         return;
+                                     self->m_messageSender->start(
+                                         name,
+                                         [self] {
+                                             if (self)
+                                                 self->m_viewMonitor->resetLastScreenshot();
+                                             Log::debug(u"WebSocket reconnect success"_s);
+                                         },
+                                         [] { Log::warning(u"WebSocket reconnect failed"_s); });
+                                 });
     });
 }
 

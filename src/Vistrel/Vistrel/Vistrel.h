@@ -86,6 +86,8 @@ private:
     Callback m_startCallback = [] {};
     Callback m_stopCallback = [] {};
     bool m_isRunning = false;
+    // Counts the stops, so that a start still under way when one comes knows it is abandoned.
+    quint64 m_stopCount = 0;
     bool m_closingIsSetup = false;
     bool m_inBackground = false;
     QPointer<QTimer> m_backgroundTimeoutTimer;

@@ -5,6 +5,7 @@
 #include "Monitoring/ViewUtils.h"
 
 #include <QWidget>
+#include <QtMath>
 
 using namespace Qt::StringLiterals;
 
@@ -31,7 +32,8 @@ void BidirectionalMessageHandler::click(const BidirectionalMessage::Click &click
         // numbers travel.
         const qreal scale = controller->devicePixelRatioF();
         const QPointF point(qreal(float(click.x)) / scale, qreal(float(click.y)) / scale);
-        const QPoint position = point.toPoint();
+        // The unit that holds the device pixel: rounding would move half a unit right and down.
+        const QPoint position(qFloor(point.x()), qFloor(point.y()));
         QWidget *hit = ClickUtil::hitTest(controller, position);
         if (!hit) {
             Log::warning(u"View not found"_s);
