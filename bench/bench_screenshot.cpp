@@ -112,7 +112,8 @@ void measure(QSize size, int privateViews, bool changing)
         total.push_back(t5);
     }
     const double tick = median(total);
-    std::printf("%4dx%-4d  %7s  %d private  %7.2f %6.2f %6.2f %7.2f %7.3f  %7.2f ms  %5.1f%%  (%lld bytes)\n",
+    std::printf("%4dx%-4d  %7s  %d private  %7.2f %6.2f %6.2f %7.2f %7.3f  %7.2f ms  %5.1f%%  "
+                "(%lld bytes)\n",
                 size.width(), size.height(), changing ? "changing" : "unchanged", privateViews,
                 median(render), median(mask), median(scale), median(encode), median(compare), tick,
                 tick / 300.0 * 100.0, static_cast<long long>(last.size()));

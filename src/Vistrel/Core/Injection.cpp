@@ -84,8 +84,9 @@ void Injection::registerKit(Injection &container)
     container.registerSingleton<OrvaneAPI>(from<OrvaneAPI, HttpUtil>());
     container.registerSingleton<InitSender>(
         from<InitSender, ApplicationConfigWrapper, OrvaneAPI>());
-    container.registerSingleton<Vistrel>(from<Vistrel, InitSender, MessageSenderManager, ViewMonitor,
-                                              ApplicationConfigWrapper, PingSender, HealthCheck>());
+    container.registerSingleton<Vistrel>(
+        from<Vistrel, InitSender, MessageSenderManager, ViewMonitor, ApplicationConfigWrapper,
+             PingSender, HealthCheck>());
     container.registerSingleton<MessageSenderManager>(
         from<MessageSenderManager, WebSocketMessageSender, XhrMessageSender,
              ApplicationConfigWrapper, HealthCheck>());

@@ -43,8 +43,8 @@ void ClickUtil::click(QWidget *view, const QPoint &position)
     if (QAbstractItemView *items = itemViewOf(view)) {
         const QModelIndex index = items->indexAt(view->mapTo(items->viewport(), position));
         if (index.isValid() && items->selectionModel()) {
-            items->selectionModel()->setCurrentIndex(
-                index, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+            items->selectionModel()->setCurrentIndex(index, QItemSelectionModel::ClearAndSelect |
+                                                                QItemSelectionModel::Rows);
         }
         return;
     }

@@ -19,12 +19,13 @@ using namespace Qt::StringLiterals;
 namespace VistrelKit {
 
 namespace {
-std::unique_ptr<QTimer> repeatingTimer(int intervalMs, QObject *context, void (ViewMonitor::*tick)(),
-                                       ViewMonitor *monitor)
+std::unique_ptr<QTimer> repeatingTimer(int intervalMs, QObject *context,
+                                       void (ViewMonitor::*tick)(), ViewMonitor *monitor)
 {
     auto timer = std::make_unique<QTimer>();
     timer->setInterval(intervalMs);
-    QObject::connect(timer.get(), &QTimer::timeout, context, [monitor, tick] { (monitor->*tick)(); });
+    QObject::connect(timer.get(), &QTimer::timeout, context,
+                     [monitor, tick] { (monitor->*tick)(); });
     timer->start();
     return timer;
 }
@@ -33,8 +34,7 @@ std::unique_ptr<QTimer> repeatingTimer(int intervalMs, QObject *context, void (V
 ViewMonitor::ViewMonitor(ApplicationConfigWrapper *applicationConfig, QObject *parent)
     : QObject(parent)
     , m_applicationConfig(applicationConfig)
-{
-}
+{}
 
 ViewMonitor::~ViewMonitor()
 {
@@ -55,7 +55,8 @@ void ViewMonitor::start(MessageSender *messageSender, ErrorCompletion completion
     QPointer<ViewMonitor> self(this);
     MainQueue::async([self] {
         if (self)
-            self->m_screenshotTimer = repeatingTimer(ScreenshotIntervalMs, self, &ViewMonitor::screenshotTick, self);
+            self->m_screenshotTimer =
+                repeatingTimer(ScreenshotIntervalMs, self, &ViewMonitor::screenshotTick, self);
     });
 
     MainQueue::async([self, completion = std::move(completion)] {
@@ -156,12 +157,11 @@ void ViewMonitor::screenshotTick()
         self->m_lastScreenshot = bytes;
         if (!self->m_messageSender)
             qFatal("A changed screenshot has no message sender to go to");
-        self->m_messageSender->sendScreenshot(bytes, self->startTime(),
-                                              [](const std::optional<Error> &error) {
-                                                  if (error)
-                                                      Log::error(u"Sending screenshot failed: "_s
-                                                                 + error->description());
-                                              });
+        self->m_messageSender->sendScreenshot(
+            bytes, self->startTime(), [](const std::optional<Error> &error) {
+                if (error)
+                    Log::error(u"Sending screenshot failed: "_s + error->description());
+            });
     });
 }
 
@@ -180,12 +180,11 @@ void ViewMonitor::viewChangeTick()
             return;
         Log::debug(u"View changed to: "_s + name);
         if (self->m_messageSender) {
-            self->m_messageSender->sendPageChange(self->startTime(), name,
-                                                  [](const std::optional<Error> &error) {
-                                                      if (error)
-                                                          Log::error(u"Sending view change failed: "_s
-                                                                     + error->description());
-                                                  });
+            self->m_messageSender->sendPageChange(
+                self->startTime(), name, [](const std::optional<Error> &error) {
+                    if (error)
+                        Log::error(u"Sending view change failed: "_s + error->description());
+                });
         }
         self->m_lastView = name;
     });
@@ -205,8 +204,8 @@ bool ViewMonitor::eventFilter(QObject *watched, QEvent *event)
 
     // An event ignored by a widget travels on to its parents (as a copy): count it once.
     auto *input = static_cast<QPointerEvent *>(event);
-    if (input->pointCount() != 1
-        || (type == m_lastEventType && input->timestamp() == m_lastEventTimestamp)) {
+    if (input->pointCount() != 1 ||
+        (type == m_lastEventType && input->timestamp() == m_lastEventTimestamp)) {
         return false;
     }
     m_lastEventType = type;
@@ -228,8 +227,8 @@ bool ViewMonitor::eventFilter(QObject *watched, QEvent *event)
 
 void ViewMonitor::handleClick(const QPointF &positionInRoot)
 {
-    Log::debug(u"Got click at "_s + QString::number(positionInRoot.x()) + u", "_s
-               + QString::number(positionInRoot.y()));
+    Log::debug(u"Got click at "_s + QString::number(positionInRoot.x()) + u", "_s +
+               QString::number(positionInRoot.y()));
     const qreal scale = m_clickRoot ? m_clickRoot->devicePixelRatioF() : 1.0;
     if (!m_messageSender)
         qFatal("A click has no message sender to go to");

@@ -15,7 +15,6 @@
 #include <memory>
 #include <optional>
 
-
 namespace VistrelKit {
 
 class ApplicationConfigWrapper;
