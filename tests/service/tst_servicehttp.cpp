@@ -37,13 +37,9 @@ private Q_SLOTS:
 
     void endpointsAnswer_data();
     void endpointsAnswer();
-    void reportsRecordedInOrder();
     void rejectedPostsChangeNothing_data();
     void rejectedPostsChangeNothing();
-    void commandsComeBackOnceInKitFormat_data();
-    void commandsComeBackOnceInKitFormat();
     void deleteEndsVisitUntilReopened();
-    void cannedReplyReplacesChannel();
 
 private:
     HttpResult send(const QByteArray &method, const QString &pathAndQuery,
@@ -116,57 +112,6 @@ void TestServiceHttp::endpointsAnswer()
     QCOMPARE(recorded.first().status, status);
 }
 
-void TestServiceHttp::reportsRecordedInOrder()
-{
-    QSignalSpy opened(m_service.get(), &LocalService::visitOpened);
-    QSignalSpy received(m_service.get(), &LocalService::reportReceived);
-    QCOMPARE(send("GET", Channel).status, 200);
-    QCOMPARE(opened.size(), 1);
-
-    const Visit *visit = m_service->visit(u"V1"_s);
-    QVERIFY(visit);
-    QVERIFY(visit->isOpen());
-    QCOMPARE(visit->transport(), VistrelService::Transport::Xhr);
-    QCOMPARE(visit->tenantId(), u"T1"_s);
-    QCOMPARE(visit->sessionId(), u"S1"_s);
-    QCOMPARE(visit->visitorId(), u"U1"_s);
-    QCOMPARE(visit->url(), u"Form"_s);
-    QCOMPARE(visit->storageType(), u"l"_s);
-
-    const HttpResult first =
-        send("POST", Channel, listBytes({ping(7000), pageChange(u"Form"_s), click(12.5f, 40)}));
-    QCOMPARE(first.status, 200);
-    QCOMPARE(first.body, QByteArray("[]"));
-    // A later post may name another screen; each report keeps what its request carried.
-    const QString secondChannel = u"/api/ix/m?id=V1&sId=S1&tId=T1&vId=U1&url=List&fsTy=l"_s;
-    const QByteArray image = QByteArray::fromHex("ffd8ffe000104a46494600010100");
-    QCOMPARE(
-        send("POST", secondChannel, listBytes({screenshot(image), pageChange(u"List"_s)})).status,
-        200);
-
-    const QList<VistrelService::Report> &reports = visit->reports();
-    QCOMPARE(reports.size(), 5);
-    QCOMPARE(reports[0].message.time(), 7000u);
-    QVERIFY(!reports[0].message.has_pagechange());
-    QCOMPARE(pageOf(reports[1].message), u"Form"_s);
-    QCOMPARE(reports[2].message.clickevent(0).x(), 12.5f);
-    QCOMPARE(reports[2].message.clickevent(0).y(), 40.0f);
-    QCOMPARE(QByteArray::fromStdString(reports[3].message.screenshotevent(0).image()), image);
-    QCOMPARE(pageOf(reports[4].message), u"List"_s);
-    QCOMPARE(reports[2].url, u"Form"_s);
-    QCOMPARE(reports[3].url, u"List"_s);
-    for (const auto &report : reports) {
-        QCOMPARE(report.visitId, u"V1"_s);
-        QCOMPARE(report.tenantId, u"T1"_s);
-        QCOMPARE(report.sessionId, u"S1"_s);
-        QCOMPARE(report.visitorId, u"U1"_s);
-        QCOMPARE(report.transport, VistrelService::Transport::Xhr);
-    }
-    QCOMPARE(visit->lastReportTime(), reports.last().receivedAt);
-    QCOMPARE(received.size(), 5);
-    QCOMPARE(received.last().at(1).value<qsizetype>(), 4);
-}
-
 void TestServiceHttp::rejectedPostsChangeNothing_data()
 {
     QTest::addColumn<QString>("path");
@@ -219,48 +164,6 @@ void TestServiceHttp::rejectedPostsChangeNothing()
     QCOMPARE(m_service->visit(u"V1"_s)->reports().size(), 1);
 }
 
-void TestServiceHttp::commandsComeBackOnceInKitFormat_data()
-{
-    QTest::addColumn<QByteArrayList>("commands");
-    QTest::addColumn<QByteArrayList>("raw");
-    QTest::addColumn<QByteArray>("reply");
-    // Plain literals (moc misreads escapes in raw strings); the tap's reply reads, as JSON text,
-    // ["[{\"x\":300,\"y\":600}]"].
-
-    QTest::newRow("none") << QByteArrayList() << QByteArrayList() << QByteArray("[]");
-    QTest::newRow("tap") << QByteArrayList{R"({"x":300,"y":600})"} << QByteArrayList()
-                         << QByteArray("[\"[{\\\"x\\\":300,\\\"y\\\":600}]\"]");
-    QTest::newRow("in queue order")
-        << QByteArrayList{R"({"a":"c"})", R"({"co":{"s":true,"opt":false}})"} << QByteArrayList()
-        << QByteArray("[\"[{\\\"a\\\":\\\"c\\\"}]\",\"[{\\\"co\\\":{\\\"s\\\":true,\\\"opt\\\":"
-                      "false}}]\"]");
-    QTest::newRow("raw elements") << QByteArrayList{R"({"x":1,"y":2})"}
-                                  << QByteArrayList{"not json", R"({"x":3})"}
-                                  << QByteArray("[\"[{\\\"x\\\":1,\\\"y\\\":2}]\",\"not json\","
-                                                "\"{\\\"x\\\":3}\"]");
-}
-
-void TestServiceHttp::commandsComeBackOnceInKitFormat()
-{
-    QFETCH(QByteArrayList, commands);
-    QFETCH(QByteArrayList, raw);
-    QFETCH(QByteArray, reply);
-    QSignalSpy delivered(m_service.get(), &LocalService::commandDelivered);
-    // Queued before the device opens its channel: they wait for it.
-    for (const QByteArray &command : commands)
-        QVERIFY(m_service->queueCommand(u"V1"_s, command));
-    for (const QByteArray &text : raw)
-        m_service->queueRawCommand(u"V1"_s, text);
-    QCOMPARE(m_service->visit(u"V1"_s) != nullptr, !(commands + raw).isEmpty());
-    QCOMPARE(send("GET", Channel).status, 200);
-
-    const HttpResult first = send("POST", Channel, listBytes({ping(1000)}));
-    QCOMPARE(first.status, 200);
-    QCOMPARE(first.body, reply);
-    QCOMPARE(delivered.size(), commands.size() + raw.size());
-    QCOMPARE(send("POST", Channel, listBytes({ping(2000)})).body, QByteArray("[]"));
-}
-
 void TestServiceHttp::deleteEndsVisitUntilReopened()
 {
     QSignalSpy ended(m_service.get(), &LocalService::visitEnded);
@@ -290,22 +193,6 @@ void TestServiceHttp::deleteEndsVisitUntilReopened()
     QCOMPARE(send("DELETE", u"/api/ix/m?id=&sId=&tId=&vId=&url=&fsTy="_s).status, 200);
     QCOMPARE(m_service->visits().size(), 1);
     QCOMPARE(ended.size(), 1);
-}
-
-void TestServiceHttp::cannedReplyReplacesChannel()
-{
-    QCOMPARE(send("GET", Channel).status, 200);
-    QVERIFY(m_service->queueCommand(u"V1"_s, QByteArray(R"({"a":"c"})")));
-    m_service->setCannedReply(u"POST"_s, u"/api/ix/m"_s, {500, "oops"});
-
-    const HttpResult canned = send("POST", Channel, listBytes({ping(1000)}));
-    QCOMPARE(canned.status, 500);
-    QCOMPARE(canned.body, QByteArray("oops"));
-    QVERIFY(m_service->visit(u"V1"_s)->reports().isEmpty());
-    QCOMPARE(m_service->requests(u"/api/ix/m"_s).size(), 2);
-
-    m_service->clearCannedReplies();
-    QCOMPARE(send("POST", Channel, listBytes({ping(1000)})).body, CloseReply);
 }
 
 QTEST_GUILESS_MAIN(TestServiceHttp)

@@ -37,18 +37,11 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void framesRecordedWithIdentifiers();
     void badFramesDropped_data();
     void badFramesDropped();
     void oversizedFrameClosesConnection();
-    void commandsSentAsTextFramesOnce_data();
-    void commandsSentAsTextFramesOnce();
     void wrongPathOrIdClosed_data();
     void wrongPathOrIdClosed();
-    void serviceSideDisconnect_data();
-    void serviceSideDisconnect();
-    void admission_data();
-    void admission();
 
 private:
     /// Opens a socket and waits until it is open or closed.
@@ -83,38 +76,6 @@ std::unique_ptr<Client> TestServiceWebSocket::open(const QString &pathAndQuery)
     raw->socket->open(request);
     m_service->waitFor([raw] { return raw->everConnected || raw->closed; });
     return client;
-}
-
-void TestServiceWebSocket::framesRecordedWithIdentifiers()
-{
-    auto client = open(Socket);
-    QVERIFY(client->everConnected);
-    const VistrelService::Visit *visit = m_service->visit(u"V1"_s);
-    QVERIFY(visit);
-    QVERIFY(visit->isOpen());
-    QCOMPARE(visit->transport(), VistrelService::Transport::WebSocket);
-    QCOMPARE(visit->shareId(), u"12345"_s);
-    QCOMPARE(visit->tenantId(), u"T1"_s);
-    const auto handshakes = m_service->requests(u"/api/in/imws"_s);
-    QCOMPARE(handshakes.size(), 1);
-    QCOMPARE(handshakes.first().status, 101);
-    QCOMPARE(handshakes.first().header("x-ov-ssid"), QByteArray("S1"));
-    QCOMPARE(handshakes.first().queryValue(u"t"_s), u"token"_s);
-
-    // The device sends each report as its own frame.
-    client->socket->sendBinaryMessage(listBytes({pageChange(u"Form"_s)}));
-    client->socket->sendBinaryMessage(listBytes({click(3, 4), pageChange(u"List"_s)}));
-    QVERIFY(m_service->waitForReports(u"V1"_s, 3));
-    const auto &reports = visit->reports();
-    QCOMPARE(pageOf(reports[0].message), u"Form"_s);
-    QCOMPARE(reports[1].message.clickevent(0).x(), 3.0f);
-    QCOMPARE(pageOf(reports[2].message), u"List"_s);
-    for (const auto &report : reports) {
-        QCOMPARE(report.transport, VistrelService::Transport::WebSocket);
-        QCOMPARE(report.sessionId, u"S1"_s);
-        QCOMPARE(report.visitorId, u"U1"_s);
-        QCOMPARE(report.url, u"Form"_s);
-    }
 }
 
 void TestServiceWebSocket::badFramesDropped_data()
@@ -164,41 +125,6 @@ void TestServiceWebSocket::oversizedFrameClosesConnection()
     QVERIFY(next->everConnected);
 }
 
-void TestServiceWebSocket::commandsSentAsTextFramesOnce_data()
-{
-    QTest::addColumn<bool>("queueFirst");
-    QTest::newRow("queued before the socket opens") << true;
-    QTest::newRow("queued while open") << false;
-}
-
-void TestServiceWebSocket::commandsSentAsTextFramesOnce()
-{
-    QFETCH(bool, queueFirst);
-    const QStringList expected{uR"({"x":300,"y":600})"_s, u"not json"_s};
-    const auto queue = [this] {
-        const bool queued = m_service->queueCommand(u"V1"_s, QByteArray(R"({"x":300,"y":600})"));
-        m_service->queueRawCommand(u"V1"_s, "not json");
-        return queued;
-    };
-    if (queueFirst)
-        QVERIFY(queue());
-    auto first = open(Socket);
-    QVERIFY(first->everConnected);
-    if (!queueFirst)
-        QVERIFY(queue());
-    QVERIFY(m_service->waitFor([&] { return first->frames.size() >= expected.size(); }));
-    QCOMPARE(first->frames, expected);
-
-    // A reconnection gets only what was queued since, on the newest socket.
-    auto second = open(Socket);
-    QVERIFY(second->everConnected);
-    QVERIFY(m_service->queueCommand(u"V1"_s, QByteArray(R"({"a":"c"})")));
-    QVERIFY(m_service->waitFor([&] { return !second->frames.isEmpty(); }));
-    QCOMPARE(second->frames, QStringList{uR"({"a":"c"})"_s});
-    QCOMPARE(first->frames, expected);
-    QVERIFY(m_service->visit(u"V1"_s)->pendingCommands().isEmpty());
-}
-
 void TestServiceWebSocket::wrongPathOrIdClosed_data()
 {
     QTest::addColumn<QString>("path");
@@ -217,71 +143,6 @@ void TestServiceWebSocket::wrongPathOrIdClosed()
     QCOMPARE(client->socket->closeCode(), QWebSocketProtocol::CloseCodePolicyViolated);
     QVERIFY(m_service->visits().isEmpty());
     QCOMPARE(m_service->webSockets()->connectionCount(), 0);
-}
-
-void TestServiceWebSocket::serviceSideDisconnect_data()
-{
-    QTest::addColumn<bool>("drop");
-    QTest::newRow("drop without close frame") << true;
-    QTest::newRow("close going away") << false;
-}
-
-void TestServiceWebSocket::serviceSideDisconnect()
-{
-    QFETCH(bool, drop);
-    QSignalSpy gone(m_service.get(), &LocalService::webSocketDisconnected);
-    auto client = open(Socket);
-    QVERIFY(client->everConnected);
-
-    WebSocketEndpoint *sockets = m_service->webSockets();
-    QCOMPARE(drop ? sockets->dropConnections(u"V1"_s)
-                  : sockets->closeConnections(u"V1"_s, CloseCode::CloseCodeGoingAway),
-             1);
-    QVERIFY(m_service->waitFor([&] { return client->closed; }));
-    // A drop is a network failure to the device; a close is an orderly goodbye.
-    if (drop) {
-        QCOMPARE(client->errors, {QAbstractSocket::RemoteHostClosedError});
-    } else {
-        QVERIFY(client->errors.isEmpty());
-        QCOMPARE(client->socket->closeCode(), CloseCode::CloseCodeGoingAway);
-    }
-    QVERIFY(m_service->waitFor([&] { return gone.size() == 1; }));
-    QCOMPARE(sockets->connectionCount(u"V1"_s), 0);
-
-    // The device's reconnection is served as before.
-    auto again = open(Socket);
-    QVERIFY(again->everConnected);
-    again->socket->sendBinaryMessage(listBytes({ping(1000)}));
-    QVERIFY(m_service->waitForReports(u"V1"_s, 1));
-}
-
-void TestServiceWebSocket::admission_data()
-{
-    QTest::addColumn<WebSocketEndpoint::Admission>("admission");
-    QTest::addColumn<bool>("opens");
-    QTest::newRow("refuse") << WebSocketEndpoint::Admission::Refuse << false;
-    QTest::newRow("close on open") << WebSocketEndpoint::Admission::CloseOnOpen << true;
-}
-
-void TestServiceWebSocket::admission()
-{
-    QFETCH(WebSocketEndpoint::Admission, admission);
-    QFETCH(bool, opens);
-    m_service->webSockets()->setAdmission(admission);
-    if (!opens)
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"WebSocket received"_s));
-
-    auto client = open(Socket);
-    QVERIFY(m_service->waitFor([&] { return client->closed; }));
-    QCOMPARE(client->everConnected, opens);
-    if (opens)
-        QCOMPARE(client->socket->closeCode(), QWebSocketProtocol::CloseCodeGoingAway);
-    QVERIFY(!m_service->visit(u"V1"_s));
-
-    m_service->webSockets()->setAdmission(WebSocketEndpoint::Admission::Accept);
-    auto accepted = open(Socket);
-    QVERIFY(accepted->everConnected);
-    QVERIFY(m_service->visit(u"V1"_s)->isOpen());
 }
 
 QTEST_GUILESS_MAIN(TestServiceWebSocket)
