@@ -27,13 +27,18 @@ QNetworkRequest HttpUtil::buildRequest(const QString &url) const
         qFatal("Cannot build a request for the URL \"%s\"", qPrintable(url));
     QNetworkRequest request(parsed);
     request.setTransferTimeout(TimeoutMs);
+    addSessionHeader(request);
+    return request;
+}
+
+void HttpUtil::addSessionHeader(QNetworkRequest &request) const
+{
     const auto &sessionId = m_applicationConfig->config().visitConfig.sessionId;
     // A null value would remove the header, and it must be sent even while it is empty.
     QByteArray ssid = sessionId.value_or(QString()).toUtf8();
     if (ssid.isNull())
         ssid = QByteArray("");
     request.setRawHeader(m_ssidHeaderName.toLatin1(), ssid);
-    return request;
 }
 
 void HttpUtil::post(const QString &url, const QByteArray &body, Completion completion)

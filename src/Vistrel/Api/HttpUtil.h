@@ -35,6 +35,9 @@ public:
     /// A GET request with the session header. The URL must parse: anything else is a
     /// programming error and stops the process.
     QNetworkRequest buildRequest(const QString &url) const;
+    /// Sets the session id header (empty before a visit, never left out); the WebSocket
+    /// handshake carries it too.
+    void addSessionHeader(QNetworkRequest &request) const;
 
     void post(const QString &url, const QByteArray &body, Completion completion);
     void get(const QString &url, Completion completion);

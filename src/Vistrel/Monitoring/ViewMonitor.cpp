@@ -19,13 +19,12 @@ using namespace Qt::StringLiterals;
 namespace VistrelKit {
 
 namespace {
-std::unique_ptr<QTimer> repeatingTimer(int intervalMs, QObject *context,
-                                       void (ViewMonitor::*tick)(), ViewMonitor *monitor)
+std::unique_ptr<QTimer> repeatingTimer(int intervalMs, ViewMonitor *monitor,
+                                       void (ViewMonitor::*tick)())
 {
     auto timer = std::make_unique<QTimer>();
     timer->setInterval(intervalMs);
-    QObject::connect(timer.get(), &QTimer::timeout, context,
-                     [monitor, tick] { (monitor->*tick)(); });
+    QObject::connect(timer.get(), &QTimer::timeout, monitor, tick);
     timer->start();
     return timer;
 }
@@ -56,7 +55,7 @@ void ViewMonitor::start(MessageSender *messageSender, ErrorCompletion completion
     MainQueue::async([self] {
         if (self)
             self->m_screenshotTimer =
-                repeatingTimer(ScreenshotIntervalMs, self, &ViewMonitor::screenshotTick, self);
+                repeatingTimer(ScreenshotIntervalMs, self, &ViewMonitor::screenshotTick);
     });
 
     MainQueue::async([self, completion = std::move(completion)] {
@@ -73,7 +72,7 @@ void ViewMonitor::start(MessageSender *messageSender, ErrorCompletion completion
         self->m_clickRoot = root;
         self->m_pressInRoot.reset();
         self->m_viewChangeTimer =
-            repeatingTimer(ViewChangeIntervalMs, self, &ViewMonitor::viewChangeTick, self);
+            repeatingTimer(ViewChangeIntervalMs, self, &ViewMonitor::viewChangeTick);
         completion(std::nullopt);
     });
 }

@@ -63,12 +63,7 @@ void WebSocketMessageSender::start(const QString &url, Callback onSuccess, Callb
     Log::debug(u"Connect to "_s + text);
     m_request = QNetworkRequest(parsed);
     m_request.setTransferTimeout(HttpUtil::TimeoutMs);
-    // Sent even while empty, so the value must not be a null QByteArray (that removes it).
-    QByteArray sessionId =
-        m_applicationConfig->config().visitConfig.sessionId.value_or(QString()).toUtf8();
-    if (sessionId.isNull())
-        sessionId = QByteArray("");
-    m_request.setRawHeader(m_httpUtil->ssidHeaderName().toLatin1(), sessionId);
+    m_httpUtil->addSessionHeader(m_request);
 
     if (m_socket)
         m_socket->disconnect(this);

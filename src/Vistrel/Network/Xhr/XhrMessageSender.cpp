@@ -4,7 +4,6 @@
 #include "Config/ApplicationConfigWrapper.h"
 #include "Core/JsonUtils.h"
 #include "Core/Log.h"
-#include "Core/MainQueue.h"
 #include "Network/Bidirectional/BidirectionalMessageParser.h"
 #include "Network/Xhr/XhrSender.h"
 
@@ -71,12 +70,8 @@ void XhrMessageSender::scheduleNextFlush()
     updateInterval();
     if (m_stopped)
         return;
-    QPointer<XhrMessageSender> self(this);
-    MainQueue::async([self] {
-        if (self)
-            self->m_flushTimer.start(
-                std::chrono::milliseconds(qRound(self->m_currentInterval * 1000)));
-    });
+    // Everything runs on the GUI thread, so the timer is armed right here.
+    m_flushTimer.start(std::chrono::milliseconds(qRound(m_currentInterval * 1000)));
 }
 
 void XhrMessageSender::flushQueue()
