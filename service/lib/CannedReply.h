@@ -1,17 +1,21 @@
 #pragma once
 
-#include <QByteArray>
+#include "HttpReply.h"
 
 namespace VistrelService {
 
 /// A fixed answer for an endpoint, set by tests to play a misbehaving service.
-struct CannedReply
+struct CannedReply : HttpReply
 {
-    int status = 200;
-    QByteArray body;
-    QByteArray contentType = QByteArrayLiteral("application/json");
     /// Close the connection without answering (a transport error on the kit's side).
     bool dropConnection = false;
+
+    static CannedReply dropped()
+    {
+        CannedReply reply;
+        reply.dropConnection = true;
+        return reply;
+    }
 };
 
 } // namespace VistrelService

@@ -209,7 +209,7 @@ bool LocalService::handleRequest(const QHttpServerRequest &request, QTcpSocket *
         recorded.body.clear();
         reply = HttpReply::error(413, "body too large");
     } else if (canned != m_canned.constEnd()) {
-        reply = HttpReply{canned->status, canned->body, canned->contentType};
+        reply = *canned;
     } else {
         reply = route(recorded);
     }

@@ -156,9 +156,7 @@ void tst_XhrMessageSender::reportAppendedDuringPostIsLost()
 void tst_XhrMessageSender::failedPostEndsTheLoop()
 {
     LogCapture capture;
-    f->service.setCannedReply(
-        u"POST"_s, messagePath,
-        CannedReply{.status = 0, .body = {}, .contentType = {}, .dropConnection = true});
+    f->service.setCannedReply(u"POST"_s, messagePath, CannedReply::dropped());
     sender->send(u"Main"_s, tag(u"doomed"_s), [](const std::optional<Error> &) {});
     sender->start(u"Main"_s, nullptr, nullptr);
     QTRY_VERIFY(capture.contains(u"[ERROR] XhrMessageSender: Request failed"_s));
@@ -181,9 +179,7 @@ void tst_XhrMessageSender::failedPostEndsTheLoop()
 void tst_XhrMessageSender::failedGetStartsNoLoop()
 {
     LogCapture capture;
-    f->service.setCannedReply(
-        u"GET"_s, messagePath,
-        CannedReply{.status = 0, .body = {}, .contentType = {}, .dropConnection = true});
+    f->service.setCannedReply(u"GET"_s, messagePath, CannedReply::dropped());
     sender->send(u"Main"_s, tag(u"never"_s), [](const std::optional<Error> &) {});
     sender->start(u"Main"_s, nullptr, nullptr);
     QTRY_VERIFY(capture.contains(u"[ERROR] XhrMessageSender: Request failed"_s));
@@ -259,11 +255,7 @@ void tst_XhrMessageSender::replies()
     QFETCH(int, handled);
     QFETCH(bool, warns);
     LogCapture capture;
-    f->service.setCannedReply(u"POST"_s, messagePath,
-                              CannedReply{.status = 200,
-                                          .body = body,
-                                          .contentType = "application/json"_ba,
-                                          .dropConnection = false});
+    f->service.setCannedReply(u"POST"_s, messagePath, CannedReply{{200, body}});
     sender->send(u"Main"_s, tag(u"x"_s), [](const std::optional<Error> &) {});
     sender->start(u"Main"_s, nullptr, nullptr);
     QVERIFY(f->service.waitFor([this] { return posts(f->service).size() == 1; }));
