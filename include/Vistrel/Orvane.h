@@ -9,6 +9,7 @@
 
 namespace VistrelKit {
 
+class OrvaneCoBrowsing;
 class OrvaneConfiguration;
 class OrvaneVistrel;
 
@@ -28,8 +29,12 @@ public:
     /// The screen session (one instance per process).
     static OrvaneVistrel *vistrel();
 
+    /// Co-browsing: the screen session with its on-screen share id widget (one instance per
+    /// process).
+    static OrvaneCoBrowsing *coBrowsing();
     /// Binds the kit to a tenant: stores tenant and token, renews the visitor and visit ids
-    /// (keeping the session id). Returns nothing when the kit's configuration is unavailable.
+    /// (keeping the session id) and starts listening for an agent's co-browsing request. Returns
+    /// nothing when the kit's configuration is unavailable.
     static std::optional<InitConfiguration> initConfig(const QString &tenantId,
                                                        const QString &token);
 

@@ -3,6 +3,8 @@
 #include "Api/HealthCheck.h"
 #include "Api/HttpUtil.h"
 #include "Api/OrvaneAPI.h"
+#include "CoBrowsing/CoBrowsing.h"
+#include "Communication/Communication.h"
 #include "Config/ApplicationConfigWrapper.h"
 #include "Config/UIStrings.h"
 #include "Init/InitSender.h"
@@ -105,7 +107,11 @@ void Injection::registerKit(Injection &container)
     container.registerSingleton<HealthCheck>(
         from<HealthCheck, ApplicationConfigWrapper, OrvaneAPI>());
     container.registerSingleton<HttpUtil>(from<HttpUtil, ApplicationConfigWrapper>());
+    container.registerSingleton<CoBrowsing>(
+        from<CoBrowsing, Vistrel, UIStrings, ApplicationConfigWrapper, Communication>());
     container.registerSingleton<UIStrings>(from<UIStrings, OrvaneAPI>());
+    container.registerSingleton<Communication>(
+        from<Communication, OrvaneAPI, ApplicationConfigWrapper>());
 }
 
 } // namespace VistrelKit

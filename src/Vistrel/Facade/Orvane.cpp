@@ -1,7 +1,9 @@
 #include <Vistrel/Orvane.h>
+#include <Vistrel/OrvaneCoBrowsing.h>
 #include <Vistrel/OrvaneConfiguration.h>
 #include <Vistrel/OrvaneVistrel.h>
 
+#include "CoBrowsing/CoBrowsing.h"
 #include "Config/ApplicationConfigWrapper.h"
 #include "Config/ConstantUtils.h"
 #include "Core/Injection.h"
@@ -22,6 +24,12 @@ OrvaneVistrel *Orvane::vistrel()
     return instance;
 }
 
+OrvaneCoBrowsing *Orvane::coBrowsing()
+{
+    static OrvaneCoBrowsing *instance = new OrvaneCoBrowsing;
+    return instance;
+}
+
 std::optional<InitConfiguration> Orvane::initConfig(const QString &tenantId, const QString &token)
 {
     auto *wrapper = Injection::getContainer().resolve<ApplicationConfigWrapper>();
@@ -33,6 +41,9 @@ std::optional<InitConfiguration> Orvane::initConfig(const QString &tenantId, con
     config.tenantId = tenantId;
     config.token = token;
     wrapper->newVisit(config.visitConfig.sessionId);
+    // From now on an agent can start co-browsing from the service.
+    if (auto *coBrowsing = Injection::getContainer().resolve<CoBrowsing>())
+        coBrowsing->startPollingForStart();
     return InitConfiguration();
 }
 

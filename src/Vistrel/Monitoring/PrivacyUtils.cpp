@@ -54,6 +54,10 @@ void PrivacyUtils::maskClass(QWidget *root, const QString &className, QImage &im
 
 void PrivacyUtils::maskView(QWidget *view, QWidget *root, QImage &image)
 {
+    // A hidden view (say, on a stacked page not shown) is not in the rendered image: painting
+    // its rectangle would only black out whatever page is shown in its place.
+    if (!view->isVisibleTo(root))
+        return;
     // Painted in place: a copy per view would cost a full-screen image each time.
     const qreal ratio = image.devicePixelRatio();
     QPainter painter(&image);

@@ -1,6 +1,7 @@
 #include "Vistrel/Vistrel.h"
 
 #include "Api/HealthCheck.h"
+#include "CoBrowsing/CoBrowsing.h"
 #include "Config/ApplicationConfigWrapper.h"
 #include "Config/IdUtils.h"
 #include "Core/Injection.h"
@@ -32,31 +33,45 @@ Vistrel::Vistrel(InitSender *initSender, MessageSenderManager *messageSenderMana
 
 void Vistrel::start()
 {
+    start(std::nullopt, false, [](const std::optional<Error> &error) {
+        if (error)
+            Log::error(u"Error when starting Vistrel: "_s + error->description());
+    });
+}
+
+void Vistrel::start(const std::optional<QString> &sessionId, ErrorCompletion completion)
+{
+    start(sessionId, true, std::move(completion));
+}
+
+void Vistrel::start(const std::optional<QString> &sessionId, bool force, ErrorCompletion completion)
+{
     if (m_isRunning) {
-        Log::error(u"Error when starting Vistrel: "_s +
-                   StringError(u"Vistrel is already started"_s).description());
+        completion(StringError(u"Vistrel is already started"_s));
         return;
     }
     m_isRunning = true;
     Log::debug(u"Start"_s);
     ApplicationConfig &config = m_applicationConfig->config();
-    config.vistrelConfig.optIn = false;
-    m_applicationConfig->newVisit(std::nullopt);
+    if (!sessionId)
+        config.vistrelConfig.optIn = false;
+    m_applicationConfig->newVisit(sessionId);
     config.vistrelConfig.newShareIdAndStartTime();
 
     QPointer<Vistrel> self(this);
-    sessionStart(false, [self](const std::optional<Error> &error) {
-        if (!self)
-            return;
-        if (error) {
-            self->m_isRunning = false;
-            Log::error(u"Error when starting Vistrel: "_s + error->description());
-            return;
-        }
-        self->sendActiveUser();
-        self->setUpBackgroundHandling();
-        self->m_startCallback();
-    });
+    sessionStart(force,
+                 [self, completion = std::move(completion)](const std::optional<Error> &error) {
+                     if (!self)
+                         return;
+                     if (error) {
+                         self->m_isRunning = false;
+                     } else {
+                         self->sendActiveUser();
+                         self->setUpBackgroundHandling();
+                         self->m_startCallback();
+                     }
+                     completion(error);
+                 });
 }
 
 void Vistrel::sessionStart(bool force, ErrorCompletion completion)
@@ -95,6 +110,8 @@ void Vistrel::sessionStart(bool force, ErrorCompletion completion)
                         ApplicationConfig &app = self->m_applicationConfig->config();
                         app.vistrelConfig.storageType = config.storageType.value_or(u"l"_s);
                         app.chatAvailable = config.chatActivated;
+                        if (auto *coBrowsing = Injection::getContainer().resolve<CoBrowsing>())
+                            coBrowsing->setChatAvailable(config.chatActivated.value_or(false));
                         XhrMessageSender *sender = self->m_messageSenderManager->xhrSender();
                         sender->start(ViewUtils::viewName(current), nullptr, nullptr);
 
@@ -135,11 +152,26 @@ void Vistrel::stop()
     m_isRunning = false;
     m_applicationConfig->config().vistrelConfig.isRecordingStarted = false;
     m_stopCallback();
+    // The co-browse widget has no meaning without the session it shows the id of.
+    if (auto *coBrowsing = Injection::getContainer().resolve<CoBrowsing>())
+        coBrowsing->stop();
 }
 
 void Vistrel::restart()
 {
+    auto *coBrowsing = Injection::getContainer().resolve<CoBrowsing>();
+    const bool coBrowsingWasOn = coBrowsing && coBrowsing->isStarted();
     stop();
+    if (coBrowsing)
+        coBrowsing->stop();
+    if (coBrowsingWasOn) {
+        // Co-browsing starts its own session.
+        coBrowsing->start(std::nullopt, [](const std::optional<Error> &error) {
+            if (error)
+                Log::error(u"Error while starting CoBrowsing: "_s + error->description());
+        });
+        return;
+    }
     m_applicationConfig->config().visitConfig.visitId = IdUtils::newUuid();
     QPointer<Vistrel> self(this);
     // Whatever the outcome, the session counts as running again and sends a full screenshot.

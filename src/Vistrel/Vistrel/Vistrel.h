@@ -35,12 +35,17 @@ public:
 
     /// A new visit, share id and start time, then the session start. Failures are logged.
     void start();
+    /// The start of a co-browsing session: the visit is rebuilt on sessionId (a new session
+    /// when absent) and monitoring is forced. "Vistrel is already started" and the session
+    /// start's errors go to the completion.
+    void start(const std::optional<QString> &sessionId, ErrorCompletion completion);
     /// The init handshake and what follows from its reply. force starts monitoring whatever the
     /// reply says. On a transport error the completion runs twice (the error, then "Data is nil").
     void sessionStart(bool force, ErrorCompletion completion);
     /// Ends the timers, the monitor and the transport (which deletes the visit on the service).
     void stop();
-    /// Stops and starts again with a new visit id.
+    /// Stops and starts again: co-browsing again when it was on, else the session on a new
+    /// visit id.
     void restart();
 
     /// Whether the screen is being recorded.
@@ -69,6 +74,7 @@ public:
     double tagCheckInterval() const { return m_tagCheckInterval; }
 
 private:
+    void start(const std::optional<QString> &sessionId, bool force, ErrorCompletion completion);
     void setUpBackgroundHandling();
     void onApplicationStateChanged(Qt::ApplicationState state);
     void backgroundTimeoutFired(QTimer *timer);

@@ -51,7 +51,6 @@ private Q_SLOTS:
     void parse();
     void strictBase64_data();
     void strictBase64();
-    void handlerLogsEachRecord();
 };
 
 void tst_BidirectionalMessageParser::parse_data()
@@ -153,17 +152,6 @@ void tst_BidirectionalMessageParser::strictBase64()
         QCOMPARE(decoded->toBase64(), text);
 }
 
-void tst_BidirectionalMessageParser::handlerLogsEachRecord()
-{
-    LogCapture capture;
-    RecordingHandler handler;
-    BidirectionalMessageParser parser(&handler);
-    parser.parse(*JsonUtils::parse(R"({"x": 1, "y": 2, "co": {"b": true}})"_ba));
-    QCOMPARE(capture.lines(),
-             QStringList{u"[DEBUG] BidirectionalMessageHandler: Handle message: "
-                         u"BidirectionalMessage(drawing: nil, start: nil, bidirectional: true, "
-                         u"stop: nil, click: Click(x: 1, y: 2), optIn: nil)"_s});
-}
 
 QTEST_GUILESS_MAIN(tst_BidirectionalMessageParser)
 #include "tst_bidirectionalmessageparser.moc"

@@ -1,9 +1,21 @@
 #include "Network/Bidirectional/BidirectionalMessageHandler.h"
 
+#include "CoBrowsing/CoBrowsing.h"
+#include "Config/ApplicationConfigWrapper.h"
+#include "Config/IdUtils.h"
+#include "Config/UIStrings.h"
+#include "Core/Injection.h"
 #include "Core/Log.h"
+#include "Core/MainQueue.h"
 #include "Monitoring/ClickUtil.h"
+#include "Monitoring/PassthroughUIImageView.h"
 #include "Monitoring/ViewUtils.h"
+#include "Vistrel/Vistrel.h"
 
+#include <QGraphicsOpacityEffect>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTimer>
 #include <QWidget>
 #include <QtMath>
 
@@ -21,8 +33,39 @@ BidirectionalMessageHandler::BidirectionalMessageHandler(
 void BidirectionalMessageHandler::handle(const BidirectionalMessage &message)
 {
     Log::debug(u"Handle message: "_s + message.toString());
+    if (message.drawing)
+        showDrawing(*message.drawing);
     if (message.click)
         click(*message.click);
+    if (message.stop.value_or(false))
+        stop();
+    if (message.bidirectional)
+        m_applicationConfig->config().vistrelConfig.increasedPollingFrequency = true;
+    if (message.optIn.value_or(false))
+        askForOptIn();
+    if (message.start.value_or(false))
+        start();
+}
+
+void BidirectionalMessageHandler::showDrawing(const QByteArray &imageBytes)
+{
+    const int timeoutMs = qRound(m_drawingTimeout * 1000);
+    MainQueue::async([imageBytes, timeoutMs] {
+        QWidget *root = ViewUtils::topViewController();
+        if (!root)
+            return;
+        // Bytes that are no image still give an (empty) overlay for the same time.
+        auto *view = new PassthroughUIImageView(QImage::fromData(imageBytes), root);
+        view->setScaledContents(true);
+        view->setGeometry(root->rect());
+        auto *opacity = new QGraphicsOpacityEffect(view);
+        opacity->setOpacity(0.5);
+        view->setGraphicsEffect(opacity);
+        view->show();
+        view->raise();
+        // Each drawing keeps its own timer, so drawings in quick succession stack.
+        QTimer::singleShot(timeoutMs, view, &QObject::deleteLater);
+    });
 }
 
 void BidirectionalMessageHandler::click(const BidirectionalMessage::Click &click)
@@ -40,6 +83,87 @@ void BidirectionalMessageHandler::click(const BidirectionalMessage::Click &click
             return;
         }
         ClickUtil::click(hit, hit->mapFrom(controller, position));
+    });
+}
+
+void BidirectionalMessageHandler::stop()
+{
+    Injection &container = Injection::getContainer();
+    auto *vistrel = container.resolve<Vistrel>();
+    auto *coBrowsing = container.resolve<CoBrowsing>();
+    if (!vistrel || !coBrowsing) {
+        Log::warning(u"Cannot resolve vistrel or cobrowsing to stop"_s);
+        return;
+    }
+    // Stops the screen session too.
+    coBrowsing->stop();
+}
+
+void BidirectionalMessageHandler::askForOptIn()
+{
+    if (m_uiStrings->isLoaded()) {
+        showOptInDialog();
+        return;
+    }
+    QPointer<BidirectionalMessageHandler> self(this);
+    m_uiStrings->load(m_uiStrings->preferredLanguage(), [self](const std::optional<Error> &) {
+        // Without texts the question is still asked, with empty ones.
+        if (self)
+            self->showOptInDialog();
+    });
+}
+
+void BidirectionalMessageHandler::showOptInDialog()
+{
+    const std::optional<QString> title = m_uiStrings->find(u"ui.mobile.confirm.title"_s);
+    const QString accept = m_uiStrings->find(u"ui.confirm.accept"_s).value_or(QString());
+    const QString decline = m_uiStrings->find(u"ui.confirm.decline"_s).value_or(QString());
+    const std::optional<QString> message = m_uiStrings->find(u"ui.mobile.confirm.message"_s);
+    MainQueue::async([title, accept, decline, message] {
+        QWidget *top = ViewUtils::topViewController();
+        if (!top)
+            return;
+        auto *box = new QMessageBox(top);
+        box->setObjectName(u"vistrelOptInDialog"_s);
+        box->setAttribute(Qt::WA_DeleteOnClose);
+        box->setIcon(QMessageBox::Question);
+        if (title) {
+            box->setWindowTitle(*title);
+            box->setText(*title);
+        }
+        if (message)
+            box->setInformativeText(*message);
+        QPushButton *acceptButton = box->addButton(accept, QMessageBox::AcceptRole);
+        QPushButton *declineButton = box->addButton(decline, QMessageBox::RejectRole);
+        box->setDefaultButton(acceptButton);
+        box->setEscapeButton(declineButton);
+        // Declining only closes the box: nothing is sent.
+        QObject::connect(acceptButton, &QPushButton::clicked, [] {
+            auto *coBrowsing = Injection::getContainer().resolve<CoBrowsing>();
+            if (!coBrowsing) {
+                Log::warning(u"Cannot resolve CoBrowsing"_s);
+                return;
+            }
+            coBrowsing->stop();
+            coBrowsing->start(std::nullopt, [](const std::optional<Error> &error) {
+                if (error)
+                    Log::warning(u"Cannot start CoBrowsing: "_s + error->description());
+            });
+        });
+        box->open();
+    });
+}
+
+void BidirectionalMessageHandler::start()
+{
+    auto *vistrel = Injection::getContainer().resolve<Vistrel>();
+    if (!vistrel)
+        return;
+    // A new visit id: the restarted session counts as a new visit.
+    m_applicationConfig->config().visitConfig.visitId = IdUtils::newUuid();
+    vistrel->sessionStart(true, [](const std::optional<Error> &error) {
+        if (error)
+            Log::error(u"Cannot execute start: "_s + error->description());
     });
 }
 

@@ -19,10 +19,22 @@ public:
     BidirectionalMessageHandler(ApplicationConfigWrapper *applicationConfig, UIStrings *uiStrings,
                                 QObject *parent = nullptr);
 
-    /// Logs the command, then carries out its parts: the tap at its device-pixel position.
+    /// Logs the command, then carries out its parts in this order: drawing, tap, stop, faster
+    /// polling, opt-in question, start. The parts that touch widgets run on the GUI thread
+    /// after this returns.
     virtual void handle(const BidirectionalMessage &message);
+    /// Lays the image over the topmost window at half opacity for drawingTimeout seconds;
+    /// touches go through it.
+    void showDrawing(const QByteArray &imageBytes);
     /// Taps the topmost window at a point in device pixels.
     void click(const BidirectionalMessage::Click &click);
+    /// Ends co-browsing and the screen session.
+    void stop();
+    /// Asks the user whether to start co-browsing, with the service's texts (fetched first
+    /// when none are loaded).
+    void askForOptIn();
+    /// Restarts the screen session on a new visit, monitoring forced on.
+    void start();
 
     /// Seconds a drawing stays on screen.
     double drawingTimeout() const { return m_drawingTimeout; }
@@ -32,6 +44,8 @@ protected:
     UIStrings *m_uiStrings;
 
 private:
+    void showOptInDialog();
+
     const double m_drawingTimeout = 5.0;
 };
 

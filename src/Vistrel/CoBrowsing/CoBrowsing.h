@@ -1,0 +1,69 @@
+#pragma once
+
+#include "Core/Error.h"
+#include "Core/Result.h"
+
+#include <Vistrel/vistrel_export.h>
+
+#include <QObject>
+#include <QPointer>
+
+#include <optional>
+
+namespace VistrelKit {
+
+class ApplicationConfigWrapper;
+class Communication;
+class DefaultUIView;
+class UIStrings;
+class Vistrel;
+
+/// Co-browsing: a screen session plus the co-browse widget that shows its share id. Also
+/// listens on the "SCB" channel, through which an agent starts co-browsing by itself.
+class VISTREL_EXPORT CoBrowsing : public QObject
+{
+    Q_OBJECT
+public:
+    CoBrowsing(Vistrel *vistrel, UIStrings *uiStrings, ApplicationConfigWrapper *applicationConfig,
+               Communication *communication, QObject *parent = nullptr);
+
+    /// Stops any screen session, shows the widget over the topmost window (fetching the UI
+    /// texts first when they are not loaded) and starts a new session on sessionId. The
+    /// completion is not called when the widget cannot be shown (that is logged instead).
+    void start(const std::optional<QString> &sessionId, ErrorCompletion completion);
+    /// Removes the widget and stops the screen session.
+    void stop();
+    /// Registers the "SCB" listener; each message on it starts co-browsing.
+    void startPollingForStart();
+    /// Shows or hides the widget's chat button (nothing without a widget).
+    void setChatAvailable(bool flag);
+    /// Writes the widget's share id label (nothing without a widget).
+    void setShareIdText(const QString &text);
+
+    bool isStarted() const { return m_isStarted; }
+    /// The widget of the last start; null once it is removed.
+    DefaultUIView *view() const;
+
+    QString startCoBrowsingId() const { return m_startCoBrowsingId; }
+    double startCoBrowsingPollRate() const { return m_startCoBrowsingPollRate; }
+
+private:
+    /// On the GUI thread: the widget, then the screen session.
+    void showAndStartVistrel(const std::optional<QString> &sessionId, const QString &tenantId,
+                             ErrorCompletion completion);
+    Result<DefaultUIView *> showWidget(const QString &tenantId);
+    QString text(const QString &key, const QString &fallback) const;
+
+    Vistrel *m_vistrel;
+    UIStrings *m_uiStrings;
+    ApplicationConfigWrapper *m_applicationConfig;
+    Communication *m_communication;
+    const QString m_startCoBrowsingId;
+    const double m_startCoBrowsingPollRate = 3.0;
+    const QString m_errorString;
+    const QString m_connectingString;
+    QPointer<DefaultUIView> m_view;
+    bool m_isStarted = false;
+};
+
+} // namespace VistrelKit
