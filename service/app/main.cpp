@@ -34,6 +34,8 @@ int main(int argc, char *argv[])
     }
     std::printf("Vistrel local service listening on http://%s:%u\n",
                 qPrintable(parser.value(addressOption)), unsigned(port));
+    std::printf("Agent console: http://%s:%u/\n", qPrintable(parser.value(addressOption)),
+                unsigned(port));
     std::fflush(stdout);
     return app.exec();
 }

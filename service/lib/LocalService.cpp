@@ -45,6 +45,7 @@ LocalService::LocalService(QObject *parent)
     , m_strings(defaultStrings())
     , m_xhr(&m_registry)
     , m_webSockets(this, &m_registry)
+    , m_console(this)
 {
     connect(&m_registry, &VisitRegistry::visitOpened, this, &LocalService::visitOpened);
     connect(&m_registry, &VisitRegistry::visitEnded, this, &LocalService::visitEnded);
@@ -55,6 +56,9 @@ LocalService::LocalService(QObject *parent)
             &LocalService::webSocketDisconnected);
     connect(&m_webSockets, &WebSocketEndpoint::frameRejected, this,
             &LocalService::webSocketFrameRejected);
+    connect(&m_channels, &ChannelEndpoint::polled, this, &LocalService::channelPolled);
+    connect(&m_channels, &ChannelEndpoint::messageDelivered, this,
+            &LocalService::channelMessageDelivered);
     m_webSockets.setMaxMessageSize(m_maxBodySize);
 }
 
@@ -69,6 +73,17 @@ quint16 LocalService::start(const QHostAddress &address, quint16 port)
 QString LocalService::hostAndPort() const
 {
     return u"127.0.0.1:"_s + QString::number(m_port);
+}
+
+QString LocalService::consoleUrl() const
+{
+    return u"http://"_s + hostAndPort() + u'/';
+}
+
+std::optional<DeviceInit> LocalService::deviceInit(const QString &visitId) const
+{
+    const auto found = m_inits.constFind(visitId);
+    return found == m_inits.constEnd() ? std::nullopt : std::optional<DeviceInit>(*found);
 }
 
 void LocalService::setCannedReply(const QString &method, const QString &path,
@@ -118,6 +133,37 @@ bool LocalService::queueCommand(const QString &visitId, const QJsonObject &comma
 void LocalService::queueRawCommand(const QString &visitId, const QByteArray &text)
 {
     m_registry.queueCommand(visitId, AgentCommand{text, true});
+}
+
+bool LocalService::queueChannelMessage(const QString &visitorId, const QString &channel,
+                                       const QString &payload)
+{
+    return m_channels.queueMessage(visitorId, channel, payload);
+}
+
+QList<ChannelMessage> LocalService::queuedChannelMessages(const QString &visitorId) const
+{
+    return m_channels.queuedMessages(visitorId);
+}
+
+void LocalService::clearChannelMessages()
+{
+    m_channels.clearQueue();
+}
+
+std::optional<ChannelPoller> LocalService::channelPoller(const QString &visitorId) const
+{
+    return m_channels.poller(visitorId);
+}
+
+bool LocalService::waitForChannelPolls(const QString &visitorId, int count, int timeoutMs)
+{
+    return waitFor(
+        [&] {
+            const auto poller = channelPoller(visitorId);
+            return poller && poller->pollCount >= count;
+        },
+        timeoutMs);
 }
 
 bool LocalService::waitFor(const std::function<bool()> &condition, int timeoutMs)
@@ -232,12 +278,21 @@ HttpReply LocalService::route(const RecordedRequest &request)
 {
     const QString &path = request.path;
     const QString &method = request.method;
-    if (method == u"POST"_s && path == u"/api/in/im/c"_s)
+    if (method == u"POST"_s && path == u"/api/in/im/c"_s) {
+        // Over HTTP the share id travels only here; the console finds it by the visit id.
+        const std::optional<DeviceInit> init = DeviceInit::fromBody(request.body, request.time);
+        if (init && !init->visitId.isEmpty())
+            m_inits.insert(init->visitId, *init);
         return HttpReply{200, m_monitoringConfig};
+    }
     if (method == u"GET"_s && path == u"/api/in/i18n"_s)
         return HttpReply{200, m_strings};
     if (path == XhrEndpoint::Path)
         return m_xhr.handle(request);
+    if (path == ChannelEndpoint::Path)
+        return m_channels.handle(request);
+    if (ConsoleEndpoint::handles(path))
+        return m_console.handle(request);
     // Upgrades never get here: Qt hands them to the WebSocket endpoint.
     if (path == WebSocketEndpoint::Path)
         return HttpReply::error(426, "WebSocket only");

@@ -1,6 +1,9 @@
 #pragma once
 
 #include "CannedReply.h"
+#include "ChannelEndpoint.h"
+#include "ConsoleEndpoint.h"
+#include "DeviceInit.h"
 #include "HttpReply.h"
 #include "RecordedRequest.h"
 #include "Report.h"
@@ -17,6 +20,7 @@
 #include <QList>
 
 #include <functional>
+#include <optional>
 
 namespace VistrelService {
 
@@ -51,6 +55,12 @@ public:
     void setMaxBodySize(qsizetype bytes);
     qsizetype maxBodySize() const { return m_maxBodySize; }
 
+    /// What the newest init request (POST api/in/im/c) naming the visit id announced.
+    std::optional<DeviceInit> deviceInit(const QString &visitId) const;
+
+    /// The agent console's address, "http://127.0.0.1:<port>/".
+    QString consoleUrl() const;
+
     QList<RecordedRequest> requests() const { return m_requests; }
     /// The requests to one path, in arrival order (WebSocket handshakes included).
     QList<RecordedRequest> requests(const QString &path) const;
@@ -80,6 +90,21 @@ public:
                         const std::function<bool(const QList<Report> &)> &predicate,
                         int timeoutMs = 5000);
 
+    /// Queues a message for the visitor's next channel poll (POST api/in/co) that listens on
+    /// channel; each message is delivered once. Returns false, queueing nothing, for a channel
+    /// name that is none of the eleven (CF C V VCB SCB S WC CO COQS NO JS).
+    bool queueChannelMessage(const QString &visitorId, const QString &channel,
+                             const QString &payload);
+    /// The messages still waiting for the visitor, in queue order.
+    QList<ChannelMessage> queuedChannelMessages(const QString &visitorId) const;
+    /// Forgets every queued channel message.
+    void clearChannelMessages();
+    /// The devices that polled api/in/co, in order of first poll, and one of them by visitor id.
+    QList<ChannelPoller> channelPollers() const { return m_channels.pollers(); }
+    std::optional<ChannelPoller> channelPoller(const QString &visitorId) const;
+    /// Until the visitor has polled at least `count` times in all.
+    bool waitForChannelPolls(const QString &visitorId, int count, int timeoutMs = 5000);
+
     /// Admission, drops and closes of WebSocket connections.
     WebSocketEndpoint *webSockets() { return &m_webSockets; }
 
@@ -93,6 +118,10 @@ Q_SIGNALS:
     void reportReceived(const QString &visitId, qsizetype index);
     void commandDelivered(const QString &visitId, const QByteArray &text,
                           VistrelService::Transport transport);
+    /// A channel poll of the visitor was answered (after its messages were delivered).
+    void channelPolled(const QString &visitorId);
+    void channelMessageDelivered(const QString &visitorId, const QString &channel,
+                                 const QString &payload);
     void webSocketConnected(const QString &visitId);
     void webSocketDisconnected(const QString &visitId, QWebSocketProtocol::CloseCode code);
     void webSocketFrameRejected(const QString &visitId, const QString &reason);
@@ -114,6 +143,9 @@ private:
     VisitRegistry m_registry;
     XhrEndpoint m_xhr;
     WebSocketEndpoint m_webSockets;
+    ChannelEndpoint m_channels;
+    ConsoleEndpoint m_console;
+    QHash<QString, DeviceInit> m_inits;
 };
 
 } // namespace VistrelService

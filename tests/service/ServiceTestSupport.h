@@ -4,7 +4,12 @@
 #include "Network/Message/ProtoMessages.h"
 
 #include <QByteArray>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QSignalSpy>
 #include <QString>
+
+#include <memory>
 
 #include <initializer_list>
 
@@ -47,6 +52,31 @@ inline QByteArray listBytes(std::initializer_list<VistrelKit::ProtoMessage> mess
         *list.add_messages() = message;
     const std::string bytes = list.SerializeAsString();
     return QByteArray(bytes.data(), qsizetype(bytes.size()));
+}
+
+struct HttpResult
+{
+    /// 0 when no reply came.
+    int status = 0;
+    QByteArray body;
+    QByteArray contentType;
+};
+
+/// One request to the service at hostAndPort, waited for.
+inline HttpResult sendHttp(QNetworkAccessManager &manager, const QString &hostAndPort,
+                           const QByteArray &method, const QString &pathAndQuery,
+                           const QByteArray &body = {},
+                           const QByteArray &contentType = QByteArrayLiteral("application/json"))
+{
+    QNetworkRequest request(QUrl(QStringLiteral("http://") + hostAndPort + pathAndQuery));
+    if (!contentType.isEmpty())
+        request.setHeader(QNetworkRequest::ContentTypeHeader, contentType);
+    std::unique_ptr<QNetworkReply> reply(manager.sendCustomRequest(request, method, body));
+    QSignalSpy finished(reply.get(), &QNetworkReply::finished);
+    if (!finished.wait(10000))
+        return {};
+    return {reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), reply->readAll(),
+            reply->header(QNetworkRequest::ContentTypeHeader).toByteArray()};
 }
 
 inline QString pageOf(const VistrelKit::ProtoMessage &message)

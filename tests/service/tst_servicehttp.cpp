@@ -19,12 +19,8 @@ const QString Channel = u"/api/ix/m?id=V1&sId=S1&tId=T1&vId=U1&url=Form&fsTy=l"_
 // The replies carrying {"a":"c"} and {"x":5,"y":6}, exactly as the device reads them.
 const QByteArray CloseReply = "[\"[{\\\"a\\\":\\\"c\\\"}]\"]";
 const QByteArray TapReply = "[\"[{\\\"x\\\":5,\\\"y\\\":6}]\"]";
-
-struct HttpResult
-{
-    int status = 0;
-    QByteArray body;
-};
+// The channel poll as the device sends it: "cId" without a value, query order free.
+const QString Poll = u"/api/in/co?tId=T1&vId=U1&sId=S1&cId"_s;
 } // namespace
 
 class TestServiceHttp : public QObject
@@ -40,6 +36,10 @@ private Q_SLOTS:
     void rejectedPostsChangeNothing_data();
     void rejectedPostsChangeNothing();
     void deleteEndsVisitUntilReopened();
+    void channelPollRefused_data();
+    void channelPollRefused();
+    void channelPollDeliversOnceOnListenedChannels();
+    void channelPollSurvivesHostileBodies();
 
 private:
     HttpResult send(const QByteArray &method, const QString &pathAndQuery,
@@ -63,13 +63,7 @@ void TestServiceHttp::cleanup()
 HttpResult TestServiceHttp::send(const QByteArray &method, const QString &pathAndQuery,
                                  const QByteArray &body)
 {
-    QNetworkRequest request(QUrl(u"http://"_s + m_service->hostAndPort() + pathAndQuery));
-    request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
-    std::unique_ptr<QNetworkReply> reply(m_manager.sendCustomRequest(request, method, body));
-    QSignalSpy finished(reply.get(), &QNetworkReply::finished);
-    if (!finished.wait(5000))
-        return {};
-    return {reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), reply->readAll()};
+    return sendHttp(m_manager, m_service->hostAndPort(), method, pathAndQuery, body);
 }
 
 void TestServiceHttp::endpointsAnswer_data()
@@ -193,6 +187,157 @@ void TestServiceHttp::deleteEndsVisitUntilReopened()
     QCOMPARE(send("DELETE", u"/api/ix/m?id=&sId=&tId=&vId=&url=&fsTy="_s).status, 200);
     QCOMPARE(m_service->visits().size(), 1);
     QCOMPARE(ended.size(), 1);
+}
+
+void TestServiceHttp::channelPollRefused_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<QString>("reason");
+
+    const QByteArray valid = R"({"channels":["SCB"],"messages":[],"additionalProperties":""})";
+    QTest::newRow("not JSON") << Poll << QByteArray("{\"channels\":") << u"not JSON"_s;
+    QTest::newRow("empty body") << Poll << QByteArray() << u"not JSON"_s;
+    QTest::newRow("array") << Poll << QByteArray(R"(["SCB"])") << u"not a JSON object"_s;
+    QTest::newRow("no channels") << Poll << QByteArray(R"({"messages":[]})") << u"missing"_s;
+    QTest::newRow("channels a string")
+        << Poll << QByteArray(R"({"channels":"SCB"})") << u"not an array"_s;
+    QTest::newRow("unknown channel")
+        << Poll << QByteArray(R"({"channels":["SCB","XYZ"]})") << u"not a channel name"_s;
+    QTest::newRow("lower-case channel")
+        << Poll << QByteArray(R"({"channels":["scb"]})") << u"not a channel name"_s;
+    QTest::newRow("channel a number")
+        << Poll << QByteArray(R"({"channels":[4]})") << u"not a channel name"_s;
+    QTest::newRow("messages an object")
+        << Poll << QByteArray(R"({"channels":[],"messages":{}})") << u"not an array"_s;
+    QTest::newRow("message a string")
+        << Poll << QByteArray(R"({"channels":[],"messages":["S"]})") << u"not an object"_s;
+    QTest::newRow("message on unknown channel")
+        << Poll << QByteArray(R"({"channels":[],"messages":[{"channel":"X","payload":""}]})")
+        << u"channel"_s;
+    QTest::newRow("message without payload")
+        << Poll << QByteArray(R"({"channels":[],"messages":[{"channel":"S"}]})") << u"payload"_s;
+    QTest::newRow("payload an object")
+        << Poll << QByteArray(R"({"channels":[],"messages":[{"channel":"S","payload":{}}]})")
+        << u"payload"_s;
+    QTest::newRow("additionalProperties a number")
+        << Poll << QByteArray(R"({"channels":[],"additionalProperties":1})")
+        << u"additionalProperties"_s;
+    QTest::newRow("no vId") << u"/api/in/co?tId=T1&sId=S1&cId"_s << valid << u"vId"_s;
+    QTest::newRow("empty vId") << u"/api/in/co?tId=T1&vId=&sId=S1&cId"_s << valid << u"vId"_s;
+}
+
+void TestServiceHttp::channelPollRefused()
+{
+    QFETCH(QString, path);
+    QFETCH(QByteArray, body);
+    QFETCH(QString, reason);
+    QVERIFY(m_service->queueChannelMessage(u"U1"_s, u"SCB"_s, QString()));
+    QSignalSpy polled(m_service.get(), &LocalService::channelPolled);
+
+    QTest::ignoreMessage(QtWarningMsg,
+                         QRegularExpression(u"Channel poll without|Refused a channel"_s));
+    const HttpResult result = send("POST", path, body);
+    QCOMPARE(result.status, 400);
+    QVERIFY(result.contentType.startsWith("text/plain"));
+    QVERIFY2(QString::fromUtf8(result.body).contains(reason), result.body.constData());
+    QVERIFY(!result.body.contains('\n'));
+    QCOMPARE(m_service->requests(u"/api/in/co"_s).size(), 1);
+    QCOMPARE(m_service->requests(u"/api/in/co"_s).first().status, 400);
+    QVERIFY(m_service->channelPollers().isEmpty());
+    QCOMPARE(polled.size(), 0);
+    QCOMPARE(m_service->queuedChannelMessages(u"U1"_s).size(), 1);
+}
+
+void TestServiceHttp::channelPollDeliversOnceOnListenedChannels()
+{
+    QSignalSpy polled(m_service.get(), &LocalService::channelPolled);
+    QSignalSpy delivered(m_service.get(), &LocalService::channelMessageDelivered);
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"unknown channel"_s));
+    QVERIFY(!m_service->queueChannelMessage(u"U1"_s, u"scb"_s, u"x"_s));
+    QVERIFY(m_service->queueChannelMessage(u"U1"_s, u"SCB"_s, QString()));
+    QVERIFY(m_service->queueChannelMessage(u"U1"_s, u"COQS"_s, u"4"_s));
+    QVERIFY(m_service->queueChannelMessage(u"U1"_s, u"S"_s, u"{\"a\":\"é\"}"_s));
+    QVERIFY(m_service->queueChannelMessage(u"U2"_s, u"SCB"_s, u"other"_s));
+
+    const QByteArray body =
+        R"({"channels":["S","SCB"],"messages":[{"channel":"S","payload":"{}"}],)"
+        R"("additionalProperties":"cId=c9&joinedTimestamp=1"})";
+    HttpResult result = send("POST", Poll, body);
+    QCOMPARE(result.status, 200);
+    QCOMPARE(result.contentType, QByteArray("application/json"));
+    // The poll's channels in its order; the listened-on messages in queue order.
+    QCOMPARE(result.body, QByteArray(R"({"channels":["S","SCB"],"messages":[)"
+                                     R"({"channel":"SCB","payload":""},)"
+                                     R"({"channel":"S","payload":"{\"a\":\"é\"}"}],)"
+                                     R"("additionalProperties":""})"));
+    QCOMPARE(delivered.size(), 2);
+    QCOMPARE(delivered.at(1), (QVariantList{u"U1"_s, u"S"_s, u"{\"a\":\"é\"}"_s}));
+    QCOMPARE(polled.size(), 1);
+
+    // Delivered once; the COQS message waits for a poll that listens on COQS.
+    result = send("POST", u"/api/in/co?cId&sId=S2&vId=U1&tId=T1"_s, body);
+    QCOMPARE(result.body,
+             QByteArray(R"({"channels":["S","SCB"],"messages":[],"additionalProperties":""})"));
+    QCOMPARE(m_service->queuedChannelMessages(u"U1"_s),
+             (QList<VistrelService::ChannelMessage>{{u"COQS"_s, u"4"_s}}));
+    result = send("POST", Poll, R"({"channels":["COQS"]})");
+    QCOMPARE(result.body, QByteArray(R"({"channels":["COQS"],"messages":[)"
+                                     R"({"channel":"COQS","payload":"4"}],)"
+                                     R"("additionalProperties":""})"));
+    QVERIFY(m_service->queuedChannelMessages(u"U1"_s).isEmpty());
+    QCOMPARE(delivered.size(), 3);
+
+    const auto poller = m_service->channelPoller(u"U1"_s);
+    QVERIFY(poller);
+    QCOMPARE(poller->tenantId, u"T1"_s);
+    QCOMPARE(poller->sessionId, u"S1"_s);
+    QCOMPARE(poller->channels, QStringList{u"COQS"_s});
+    QCOMPARE(poller->pollCount, 3);
+    QVERIFY(poller->lastPollAt.isValid());
+    QCOMPARE(m_service->channelPollers().size(), 1);
+
+    // Another visitor's messages stayed theirs; an empty poll gets the full empty record.
+    QCOMPARE(m_service->queuedChannelMessages(u"U2"_s).size(), 1);
+    m_service->clearChannelMessages();
+    result = send("POST", u"/api/in/co?tId=&vId=U2&sId=&cId"_s,
+                  R"({"channels":["SCB"],"messages":[],"additionalProperties":""})");
+    QCOMPARE(result.body,
+             QByteArray(R"({"channels":["SCB"],"messages":[],"additionalProperties":""})"));
+    result = send("POST", u"/api/in/co?vId=U2"_s, R"({"channels":[]})");
+    QCOMPARE(result.body, QByteArray(R"({"channels":[],"messages":[],"additionalProperties":""})"));
+    QCOMPARE(m_service->channelPollers().size(), 2);
+    QCOMPARE(polled.size(), 5);
+}
+
+void TestServiceHttp::channelPollSurvivesHostileBodies()
+{
+    m_service->setMaxBodySize(4 * 1024 * 1024);
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"Refused a body"_s));
+    QCOMPARE(send("POST", Poll, QByteArray(4 * 1024 * 1024 + 1, '[')).status, 413);
+
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"nested deeper"_s));
+    QCOMPARE(send("POST", Poll, QByteArray(1024 * 1024, '[')).status, 400);
+    // Deep, but inside what must be a string.
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"payload"_s));
+    QCOMPARE(send("POST", Poll,
+                  R"({"channels":[],"messages":[{"channel":"S","payload":)" + QByteArray(100, '[') +
+                      QByteArray(100, ']') + "}]}")
+                 .status,
+             400);
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"not JSON"_s));
+    QCOMPARE(send("POST", Poll, "{\"channels\":[\"SCB\xff\xfe\"]}").status, 400);
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"not JSON"_s));
+    QCOMPARE(send("POST", Poll, QByteArray::fromHex("00ff10c3287b7d")).status, 400);
+
+    // Huge but well-formed: answered.
+    const QByteArray bigPayload(3 * 1024 * 1024, 'p');
+    const HttpResult big = send("POST", Poll,
+                                R"({"channels":["S"],"messages":[{"channel":"S","payload":")" +
+                                    bigPayload + R"("}],"additionalProperties":""})");
+    QCOMPARE(big.status, 200);
+    QCOMPARE(m_service->channelPoller(u"U1"_s)->messages.first().payload.size(), bigPayload.size());
+    QCOMPARE(send("GET", Poll).status, 405);
 }
 
 QTEST_GUILESS_MAIN(TestServiceHttp)

@@ -1,0 +1,454 @@
+// The agent console: polls the local service's console API and drives the selected visit.
+// Plain script, no build step; the element ids and data-testid values are documented in
+// docs/protocol.md ("Agent console") because browser tests rely on them.
+'use strict';
+
+(function () {
+  const API = '/console/api';
+  const SCALE = 3;              // screenshots are a third of the device's pixel size
+  const VISITS_EVERY_MS = 1000;
+  const EVENTS_EVERY_MS = 200;  // a new screenshot shows within half a second
+  const MAX_ENTRIES = 300;
+
+  const $ = (id) => document.getElementById(id);
+  const ui = {
+    status: $('connection-status'),
+    visitRows: $('visit-list').tBodies[0],
+    visitTable: $('visit-list'),
+    visitEmpty: $('visit-list-empty'),
+    pollerRows: $('poller-list').tBodies[0],
+    pollerTable: $('poller-list'),
+    pollerEmpty: $('poller-list-empty'),
+    title: $('selected-visit'),
+    stage: $('stage'),
+    screen: $('screen'),
+    canvas: $('drawing-canvas'),
+    taps: $('tap-layer'),
+    timeline: $('timeline'),
+    actionStatus: $('action-status'),
+    actions: document.querySelector('.actions'),
+    draw: $('action-draw'),
+    sendDrawing: $('action-send-drawing'),
+    clearDrawing: $('action-clear-drawing'),
+    commands: {
+      'action-faster': 'faster',
+      'action-opt-in': 'opt-in',
+      'action-cobrowse': 'co-browse',
+      'action-start': 'start',
+      'action-stop': 'stop',
+    },
+  };
+
+  const state = {
+    visits: [],
+    selectedId: null,
+    selected: null,          // the selected visit's newest summary
+    since: 0,                // report cursor of the selected visit
+    primed: false,           // the first events answer of this visit arrived
+    shownIndex: -1,          // report index of the screenshot on display
+    loadingIndex: -1,
+    imageUrl: null,
+    natural: null,           // {width, height} of the screenshot on display
+    drawing: false,
+    drawn: false,
+    generation: 0,           // bumps on every selection, so late answers are dropped
+  };
+
+  // ---- service access -------------------------------------------------------------------
+
+  async function call(method, path, body) {
+    const options = { method, headers: {} };
+    if (body !== undefined) {
+      options.headers['Content-Type'] = 'application/json';
+      options.body = JSON.stringify(body);
+    }
+    const response = await fetch(API + path, options);
+    let data = null;
+    try { data = await response.json(); } catch (e) { data = null; }
+    return { ok: response.ok, status: response.status, data };
+  }
+
+  function setConnection(online) {
+    ui.status.dataset.state = online ? 'online' : 'offline';
+    ui.status.textContent = online ? 'Connected' : 'Service unreachable';
+  }
+
+  // ---- visit and poller lists -----------------------------------------------------------
+
+  // HH:MM:SS, local time: compact enough for narrow columns.
+  function time(ms) {
+    if (ms == null) return '—';
+    const at = new Date(ms);
+    return [at.getHours(), at.getMinutes(), at.getSeconds()]
+      .map((part) => String(part).padStart(2, '0')).join(':');
+  }
+
+  function short(id) {
+    return id ? id.slice(0, 8) : '—';
+  }
+
+  function cell(row, text, title) {
+    const td = row.insertCell();
+    td.textContent = text;
+    if (title) td.title = title;
+    return td;
+  }
+
+  function renderVisits(visits) {
+    ui.visitRows.replaceChildren();
+    for (const visit of visits) {
+      const row = ui.visitRows.insertRow();
+      row.dataset.testid = 'visit-row';
+      row.dataset.visitId = visit.id;
+      row.setAttribute('aria-selected', String(visit.id === state.selectedId));
+      if (visit.id === state.selectedId) row.classList.add('selected');
+      cell(row, visit.shareId || '—');
+      cell(row, visit.tenantId || '—', visit.tenantId);
+      cell(row, short(visit.visitorId), visit.visitorId);
+      cell(row, visit.screen || '—', visit.screen);
+      cell(row, visit.transport);
+      cell(row, time(visit.lastReportAt));
+      row.addEventListener('click', () => select(visit.id));
+    }
+    ui.visitTable.hidden = visits.length === 0;
+    ui.visitEmpty.hidden = visits.length !== 0;
+  }
+
+  function renderPollers(pollers) {
+    ui.pollerRows.replaceChildren();
+    for (const poller of pollers) {
+      const row = ui.pollerRows.insertRow();
+      row.dataset.testid = 'poller-row';
+      row.dataset.visitorId = poller.visitorId;
+      cell(row, short(poller.visitorId), poller.visitorId);
+      cell(row, poller.tenantId || '—', poller.tenantId);
+      cell(row, poller.channels.join(' ') || '—');
+      cell(row, time(poller.lastPollAt));
+      const button = document.createElement('button');
+      button.type = 'button';
+      button.textContent = 'Co-browse';
+      button.title = 'Start co-browsing on this device';
+      button.dataset.testid = 'poller-cobrowse';
+      button.addEventListener('click', () =>
+        act('POST', '/pollers/' + encodeURIComponent(poller.visitorId) + '/co-browse', undefined,
+            'Co-browsing start queued for visitor ' + short(poller.visitorId)));
+      row.insertCell().append(button);
+    }
+    ui.pollerTable.hidden = pollers.length === 0;
+    ui.pollerEmpty.hidden = pollers.length !== 0;
+  }
+
+  async function refreshVisits() {
+    try {
+      const answer = await call('GET', '/visits');
+      if (!answer.ok || !answer.data) throw new Error('HTTP ' + answer.status);
+      setConnection(true);
+      const live = answer.data.visits.filter((visit) => visit.state === 'open');
+      state.visits = live;
+      const selectedLive = live.some((visit) => visit.id === state.selectedId);
+      if (!selectedLive && live.length === 1) select(live[0].id);
+      renderVisits(live);
+      renderPollers(answer.data.pollers.filter((poller) => !poller.hasLiveVisit));
+    } catch (e) {
+      setConnection(false);
+    }
+    setTimeout(refreshVisits, VISITS_EVERY_MS);
+  }
+
+  // ---- the selected visit ---------------------------------------------------------------
+
+  function select(visitId) {
+    if (visitId === state.selectedId) return;
+    state.generation += 1;
+    Object.assign(state, {
+      selectedId: visitId, selected: null, since: 0, primed: false,
+      shownIndex: -1, loadingIndex: -1, natural: null,
+    });
+    if (state.imageUrl) URL.revokeObjectURL(state.imageUrl);
+    state.imageUrl = null;
+    ui.screen.removeAttribute('src');
+    delete ui.screen.dataset.screenshotIndex;
+    ui.screen.dataset.visitId = visitId;
+    ui.timeline.replaceChildren();
+    ui.taps.replaceChildren();
+    setDrawing(false);
+    clearCanvas();
+    renderVisits(state.visits);
+    renderSelection();
+  }
+
+  function renderSelection() {
+    const visit = state.selected;
+    if (!state.selectedId) {
+      ui.title.textContent = 'No visit selected';
+    } else if (visit) {
+      const share = visit.shareId ? 'Share id ' + visit.shareId : 'Visit ' + short(visit.id);
+      const ended = visit.state === 'open' ? '' : ' (' + visit.state + ')';
+      ui.title.textContent = share + ' · ' + (visit.screen || 'unknown screen') + ended;
+    }
+    const usable = !!visit && visit.state === 'open';
+    for (const id of Object.keys(ui.commands)) $(id).disabled = !usable;
+    ui.draw.disabled = !usable || !state.natural;
+    ui.sendDrawing.disabled = !usable || !state.drawn;
+    ui.clearDrawing.disabled = !state.drawn;
+  }
+
+  async function pollEvents() {
+    const visitId = state.selectedId;
+    const generation = state.generation;
+    if (visitId) {
+      try {
+        const answer = await call('GET', '/visits/' + encodeURIComponent(visitId) +
+                                         '/events?since=' + state.since);
+        if (generation === state.generation && answer.ok && answer.data) {
+          applyEvents(answer.data);
+        }
+      } catch (e) {
+        setConnection(false);
+      }
+    }
+    setTimeout(pollEvents, EVENTS_EVERY_MS);
+  }
+
+  function applyEvents(data) {
+    state.selected = data.visit;
+    const live = state.primed;  // the first answer is history: no markers for it
+    for (const event of data.events) addEvent(event, live);
+    state.since = data.next;
+    state.primed = true;
+    const shot = data.visit.screenshot;
+    if (shot && shot.index > state.shownIndex && shot.index !== state.loadingIndex) {
+      loadScreenshot(data.visit.id, shot.index);
+    }
+    renderSelection();
+  }
+
+  async function loadScreenshot(visitId, index) {
+    const generation = state.generation;
+    state.loadingIndex = index;
+    try {
+      const response = await fetch(API + '/visits/' + encodeURIComponent(visitId) +
+                                   '/screenshots/' + index);
+      if (!response.ok) return;
+      const blob = await response.blob();
+      if (generation !== state.generation || index <= state.shownIndex) return;
+      const url = URL.createObjectURL(blob);
+      const image = new Image();
+      image.onload = () => {
+        if (generation !== state.generation || index <= state.shownIndex) {
+          URL.revokeObjectURL(url);
+          return;
+        }
+        const previous = state.imageUrl;
+        state.imageUrl = url;
+        state.shownIndex = index;
+        ui.screen.src = url;
+        ui.screen.dataset.screenshotIndex = String(index);
+        if (previous) URL.revokeObjectURL(previous);
+        layout(image.naturalWidth, image.naturalHeight);
+      };
+      image.onerror = () => URL.revokeObjectURL(url);
+      image.src = url;
+    } catch (e) {
+      setConnection(false);
+    } finally {
+      if (state.loadingIndex === index) state.loadingIndex = -1;
+    }
+  }
+
+  // Shows the screenshot large enough to work on: up to device size, within the panel.
+  function layout(width, height) {
+    const changed = !state.natural || state.natural.width !== width ||
+                    state.natural.height !== height;
+    state.natural = { width, height };
+    // The panel's height less its title, buttons, status line, paddings and margins.
+    const panel = ui.stage.parentElement;
+    const others = ui.title.offsetHeight + ui.actions.offsetHeight + ui.actionStatus.offsetHeight;
+    const room = {
+      width: panel.clientWidth - 24,
+      height: Math.max(160, panel.clientHeight - others - 64),
+    };
+    const scale = Math.min(SCALE, room.width / width, room.height / height);
+    const shown = { width: Math.round(width * scale), height: Math.round(height * scale) };
+    for (const element of [ui.screen, ui.canvas]) {
+      element.style.width = shown.width + 'px';
+      element.style.height = shown.height + 'px';
+    }
+    if (changed) {
+      // The drawing is made in device pixels, as the device lays it over its screen.
+      ui.canvas.width = width * SCALE;
+      ui.canvas.height = height * SCALE;
+      clearCanvas();
+    }
+    renderSelection();
+  }
+
+  window.addEventListener('resize', () => {
+    if (state.natural) layout(state.natural.width, state.natural.height);
+  });
+
+  // ---- time line ------------------------------------------------------------------------
+
+  function describe(event) {
+    switch (event.kind) {
+    case 'page': return ['Page', event.screen || '(no name)'];
+    case 'tag': return ['Tag', event.tag];
+    case 'tap': return ['Tap', '(' + Math.round(event.x) + ', ' + Math.round(event.y) + ')'];
+    case 'userTag': {
+      const user = event.user;
+      const name = [user.firstname, user.lastname].filter(Boolean).join(' ');
+      const parts = [name, user.email, user.id && 'id ' + user.id,
+                     user.label.length && 'labels ' + user.label.join(', ')];
+      return ['User', parts.filter(Boolean).join(' · ') || '(empty)'];
+    }
+    default: return [event.kind, ''];
+    }
+  }
+
+  function entry(kind, label, text, at, index) {
+    const item = document.createElement('li');
+    item.dataset.testid = 'timeline-entry';
+    item.dataset.kind = kind;
+    if (index !== undefined) item.dataset.index = String(index);
+    const stamp = document.createElement('time');
+    stamp.dateTime = new Date(at).toISOString();
+    stamp.textContent = time(at);
+    const kindLabel = document.createElement('span');
+    kindLabel.className = 'kind';
+    kindLabel.textContent = label;
+    const body = document.createElement('span');
+    body.className = 'text';
+    body.textContent = text;
+    item.append(stamp, kindLabel, body);
+    ui.timeline.prepend(item);
+    while (ui.timeline.children.length > MAX_ENTRIES) ui.timeline.lastElementChild.remove();
+  }
+
+  function addEvent(event, live) {
+    const [label, text] = describe(event);
+    entry(event.kind, label, text, event.at, event.index);
+    if (event.kind === 'tap' && live) mark(event.x / SCALE, event.y / SCALE, false);
+  }
+
+  // A ring at screenshot pixel (x, y).
+  function mark(x, y, byAgent) {
+    if (!state.natural) return;
+    const marker = document.createElement('div');
+    marker.className = byAgent ? 'tap-marker agent' : 'tap-marker';
+    marker.dataset.testid = 'tap-marker';
+    marker.style.left = (100 * x / state.natural.width) + '%';
+    marker.style.top = (100 * y / state.natural.height) + '%';
+    ui.taps.append(marker);
+    setTimeout(() => marker.remove(), 3000);
+  }
+
+  // ---- agent actions --------------------------------------------------------------------
+
+  function report(text, failed) {
+    ui.actionStatus.textContent = text;
+    ui.actionStatus.classList.toggle('error', !!failed);
+    entry(failed ? 'error' : 'command', failed ? 'Refused' : 'Sent', text, Date.now());
+  }
+
+  async function act(method, path, body, done) {
+    try {
+      const answer = await call(method, path, body);
+      if (answer.ok) report(done, false);
+      else report((answer.data && answer.data.error) || 'HTTP ' + answer.status, true);
+      return answer.ok;
+    } catch (e) {
+      setConnection(false);
+      report('The service cannot be reached', true);
+      return false;
+    }
+  }
+
+  function visitPath(action) {
+    return '/visits/' + encodeURIComponent(state.selectedId) + '/' + action;
+  }
+
+  ui.screen.addEventListener('click', (e) => {
+    if (!state.selectedId || !state.natural || state.drawing) return;
+    const box = ui.screen.getBoundingClientRect();
+    // Screenshot pixels, then device pixels.
+    const sx = (e.clientX - box.left) * state.natural.width / box.width;
+    const sy = (e.clientY - box.top) * state.natural.height / box.height;
+    const x = Math.min(state.natural.width * SCALE - 1, Math.max(0, Math.floor(sx * SCALE)));
+    const y = Math.min(state.natural.height * SCALE - 1, Math.max(0, Math.floor(sy * SCALE)));
+    mark(sx, sy, true);
+    act('POST', visitPath('click'), { x, y }, 'Tap at (' + x + ', ' + y + ')');
+  });
+
+  for (const [id, action] of Object.entries(ui.commands)) {
+    const label = $(id).textContent;
+    $(id).addEventListener('click', () => {
+      if (state.selectedId) act('POST', visitPath(action), undefined, label);
+    });
+  }
+
+  // ---- drawing --------------------------------------------------------------------------
+
+  const pen = ui.canvas.getContext('2d');
+  let stroke = null;
+
+  function clearCanvas() {
+    pen.clearRect(0, 0, ui.canvas.width, ui.canvas.height);
+    state.drawn = false;
+    renderSelection();
+  }
+
+  function setDrawing(on) {
+    state.drawing = on;
+    ui.stage.classList.toggle('drawing', on);
+    ui.draw.setAttribute('aria-pressed', String(on));
+  }
+
+  function canvasPoint(e) {
+    const box = ui.canvas.getBoundingClientRect();
+    return {
+      x: (e.clientX - box.left) * ui.canvas.width / box.width,
+      y: (e.clientY - box.top) * ui.canvas.height / box.height,
+    };
+  }
+
+  ui.canvas.addEventListener('pointerdown', (e) => {
+    if (!state.drawing) return;
+    ui.canvas.setPointerCapture(e.pointerId);
+    stroke = canvasPoint(e);
+    pen.strokeStyle = '#ff2d55';
+    pen.lineWidth = Math.max(4, ui.canvas.width / 150);
+    pen.lineCap = 'round';
+    pen.lineJoin = 'round';
+  });
+  ui.canvas.addEventListener('pointermove', (e) => {
+    if (!stroke) return;
+    const next = canvasPoint(e);
+    pen.beginPath();
+    pen.moveTo(stroke.x, stroke.y);
+    pen.lineTo(next.x, next.y);
+    pen.stroke();
+    stroke = next;
+    if (!state.drawn) {
+      state.drawn = true;
+      renderSelection();
+    }
+  });
+  const endStroke = () => { stroke = null; };
+  ui.canvas.addEventListener('pointerup', endStroke);
+  ui.canvas.addEventListener('pointercancel', endStroke);
+
+  ui.draw.addEventListener('click', () => setDrawing(!state.drawing));
+  ui.clearDrawing.addEventListener('click', clearCanvas);
+  ui.sendDrawing.addEventListener('click', async () => {
+    if (!state.selectedId || !state.drawn) return;
+    const png = ui.canvas.toDataURL('image/png');
+    if (await act('POST', visitPath('drawing'), { png }, 'Drawing')) {
+      clearCanvas();
+      setDrawing(false);
+    }
+  });
+
+  renderSelection();
+  refreshVisits();
+  pollEvents();
+})();

@@ -1,0 +1,414 @@
+#include "ConsoleEndpoint.h"
+
+#include "ImageHeader.h"
+#include "LocalService.h"
+#include "ServiceLog.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QSet>
+
+#include <cmath>
+
+using namespace Qt::StringLiterals;
+
+namespace VistrelService {
+
+namespace {
+constexpr QStringView ApiPrefix = u"/console/api/";
+const QByteArray PngDataPrefix = QByteArrayLiteral("data:image/png;base64,");
+
+HttpReply jsonReply(int status, const QJsonObject &object)
+{
+    return HttpReply{status, QJsonDocument(object).toJson(QJsonDocument::Compact)};
+}
+
+// The agent's mistakes, not the device's: answered and noted, never a warning.
+HttpReply fail(int status, const QString &message)
+{
+    qCInfo(lcVistrelService) << "Console refused a request:" << status << message;
+    return jsonReply(status, QJsonObject{{u"error"_s, message}});
+}
+
+QJsonValue epochMs(const QDateTime &time)
+{
+    return time.isValid() ? QJsonValue(time.toMSecsSinceEpoch()) : QJsonValue();
+}
+
+QString text(const std::string &bytes)
+{
+    return QString::fromUtf8(bytes.data(), qsizetype(bytes.size()));
+}
+
+QString stateName(Visit::State state)
+{
+    switch (state) {
+    case Visit::State::Pending:
+        return u"pending"_s;
+    case Visit::State::Open:
+        return u"open"_s;
+    case Visit::State::Ended:
+        break;
+    }
+    return u"ended"_s;
+}
+
+std::optional<QJsonObject> readObject(const QByteArray &body, QString *error)
+{
+    QJsonParseError parseError{};
+    const QJsonDocument document = QJsonDocument::fromJson(body, &parseError);
+    if (parseError.error != QJsonParseError::NoError) {
+        *error = u"body is not JSON: "_s + parseError.errorString();
+        return std::nullopt;
+    }
+    if (!document.isObject()) {
+        *error = u"body is not a JSON object"_s;
+        return std::nullopt;
+    }
+    return document.object();
+}
+
+// A JSON number without a fraction, within what a coordinate could be.
+std::optional<qint64> wholeNumber(const QJsonValue &value)
+{
+    if (!value.isDouble())
+        return std::nullopt;
+    const double number = value.toDouble();
+    if (!std::isfinite(number) || std::trunc(number) != number || std::abs(number) > 1e12)
+        return std::nullopt;
+    return qint64(number);
+}
+
+QJsonObject userOf(const VistrelKit::ProtoUserTag &tag)
+{
+    QJsonArray labels;
+    for (const std::string &label : tag.label())
+        labels.append(text(label));
+    return QJsonObject{{u"id"_s, text(tag.id())},
+                       {u"email"_s, text(tag.email())},
+                       {u"firstname"_s, text(tag.firstname())},
+                       {u"lastname"_s, text(tag.lastname())},
+                       {u"label"_s, labels},
+                       {u"assignedUser"_s, text(tag.assigneduser())},
+                       {u"mobileDeviceToken"_s, text(tag.mobiledevicetoken())}};
+}
+} // namespace
+
+ConsoleEndpoint::ConsoleEndpoint(LocalService *service)
+    : m_service(service)
+{}
+
+bool ConsoleEndpoint::handles(const QString &path)
+{
+    return path == u"/"_s || path == u"/console"_s || path.startsWith(u"/console/"_s);
+}
+
+HttpReply ConsoleEndpoint::handle(const RecordedRequest &request)
+{
+    if (request.path.startsWith(ApiPrefix))
+        return api(request, request.path.mid(ApiPrefix.size()).split(u'/'));
+    return asset(request);
+}
+
+HttpReply ConsoleEndpoint::asset(const RecordedRequest &request) const
+{
+    struct Asset
+    {
+        QStringView path;
+        QStringView resource;
+        const char *contentType;
+    };
+    static constexpr Asset Assets[] = {
+        {u"/", u":/vistrel-console/index.html", "text/html; charset=utf-8"},
+        {u"/console", u":/vistrel-console/index.html", "text/html; charset=utf-8"},
+        {u"/console/", u":/vistrel-console/index.html", "text/html; charset=utf-8"},
+        {u"/console/index.html", u":/vistrel-console/index.html", "text/html; charset=utf-8"},
+        {u"/console/console.css", u":/vistrel-console/console.css", "text/css; charset=utf-8"},
+        {u"/console/console.js", u":/vistrel-console/console.js", "text/javascript; charset=utf-8"},
+    };
+    for (const Asset &asset : Assets) {
+        if (request.path != asset.path)
+            continue;
+        if (request.method != u"GET"_s)
+            return fail(405, u"method not allowed"_s);
+        QFile file(asset.resource.toString());
+        if (!file.open(QIODevice::ReadOnly))
+            return fail(500, u"console asset missing from the build"_s);
+        return HttpReply{200, file.readAll(), QByteArray(asset.contentType)};
+    }
+    return fail(404, u"no such console page"_s);
+}
+
+HttpReply ConsoleEndpoint::api(const RecordedRequest &request, const QStringList &segments)
+{
+    const QString &method = request.method;
+    if (segments == QStringList{u"visits"_s}) {
+        if (method != u"GET"_s)
+            return fail(405, u"method not allowed"_s);
+        return visitList();
+    }
+    if (segments.size() == 3 && segments.at(0) == u"pollers"_s &&
+        segments.at(2) == u"co-browse"_s) {
+        if (method != u"POST"_s)
+            return fail(405, u"method not allowed"_s);
+        if (!m_service->channelPoller(segments.at(1)))
+            return fail(404, u"unknown poller"_s);
+        return coBrowse(segments.at(1));
+    }
+    if (segments.size() < 2 || segments.size() > 4 || segments.at(0) != u"visits"_s)
+        return fail(404, u"no such console endpoint"_s);
+
+    // visits/{id}, visits/{id}/{action}, visits/{id}/screenshots/{index}
+    const QString action = segments.value(2);
+    static const QStringList Reads = {QString(), u"events"_s, u"screenshots"_s};
+    static const QStringList Commands = {u"click"_s,  u"drawing"_s, u"stop"_s,     u"faster"_s,
+                                         u"opt-in"_s, u"start"_s,   u"co-browse"_s};
+    const bool read = Reads.contains(action);
+    if ((!read && !Commands.contains(action)) ||
+        (segments.size() == 4) != (action == u"screenshots"_s)) {
+        return fail(404, u"no such console endpoint"_s);
+    }
+    if (method != (read ? u"GET"_s : u"POST"_s))
+        return fail(405, u"method not allowed"_s);
+
+    const Visit *visit = m_service->visit(segments.at(1));
+    if (!visit || visit->state() == Visit::State::Pending)
+        return fail(404, u"unknown visit"_s);
+    if (action.isEmpty())
+        return jsonReply(200, summary(*visit));
+    if (action == u"events"_s)
+        return events(*visit, request);
+    if (action == u"screenshots"_s)
+        return screenshot(*visit, segments.at(3));
+
+    if (!visit->isOpen())
+        return fail(409, u"visit is not open"_s);
+    if (action == u"click"_s)
+        return click(*visit, request.body);
+    if (action == u"drawing"_s)
+        return drawing(*visit, request.body);
+    if (action == u"co-browse"_s) {
+        if (visit->visitorId().isEmpty())
+            return fail(409, u"visit has no visitor id"_s);
+        return coBrowse(visit->visitorId());
+    }
+    static const QHash<QString, QJsonObject> Fixed = {
+        {u"stop"_s, QJsonObject{{u"a"_s, u"c"_s}}},
+        {u"faster"_s, QJsonObject{{u"co"_s, QJsonObject{{u"b"_s, true}}}}},
+        {u"opt-in"_s, QJsonObject{{u"co"_s, QJsonObject{{u"opt"_s, true}}}}},
+        {u"start"_s, QJsonObject{{u"co"_s, QJsonObject{{u"s"_s, true}}}}},
+    };
+    return command(*visit, Fixed.value(action));
+}
+
+HttpReply ConsoleEndpoint::visitList()
+{
+    QJsonArray visits;
+    QSet<QString> liveVisitors;
+    for (const Visit *visit : m_service->visits()) {
+        if (visit->state() == Visit::State::Pending)
+            continue;
+        visits.append(summary(*visit));
+        if (visit->isOpen())
+            liveVisitors.insert(visit->visitorId());
+    }
+    QJsonArray pollers;
+    for (const ChannelPoller &poller : m_service->channelPollers()) {
+        pollers.append(QJsonObject{
+            {u"visitorId"_s, poller.visitorId},
+            {u"tenantId"_s, poller.tenantId},
+            {u"sessionId"_s, poller.sessionId},
+            {u"channels"_s, QJsonArray::fromStringList(poller.channels)},
+            {u"lastPollAt"_s, epochMs(poller.lastPollAt)},
+            {u"pollCount"_s, poller.pollCount},
+            {u"hasLiveVisit"_s, liveVisitors.contains(poller.visitorId)},
+        });
+    }
+    return jsonReply(200, QJsonObject{{u"visits"_s, visits}, {u"pollers"_s, pollers}});
+}
+
+HttpReply ConsoleEndpoint::events(const Visit &visit, const RecordedRequest &request)
+{
+    qsizetype since = 0;
+    if (request.query.hasQueryItem(u"since"_s)) {
+        bool ok = false;
+        since = request.queryValue(u"since"_s).toLongLong(&ok);
+        if (!ok || since < 0)
+            return fail(400, u"since is not a non-negative integer"_s);
+    }
+    const QList<Report> &reports = visit.reports();
+    QList<QJsonObject> found;
+    for (qsizetype index = std::min(since, reports.size()); index < reports.size(); ++index) {
+        const Report &report = reports.at(index);
+        const VistrelKit::ProtoMessage &message = report.message;
+        const QJsonObject base{{u"index"_s, index},
+                               {u"at"_s, epochMs(report.receivedAt)},
+                               {u"time"_s, qint64(message.time())}};
+        const auto event = [&base](const QString &kind, const QJsonObject &fields) {
+            QJsonObject event = base;
+            event.insert(u"kind"_s, kind);
+            for (auto it = fields.begin(); it != fields.end(); ++it)
+                event.insert(it.key(), it.value());
+            return event;
+        };
+        if (message.has_pagechange())
+            found.append(event(u"page"_s, {{u"screen"_s, text(message.pagechange())}}));
+        if (message.has_tag())
+            found.append(event(u"tag"_s, {{u"tag"_s, text(message.tag())}}));
+        for (const VistrelKit::ProtoUserTag &tag : message.usertag())
+            found.append(event(u"userTag"_s, {{u"user"_s, userOf(tag)}}));
+        for (const VistrelKit::ProtoClickEvent &click : message.clickevent())
+            found.append(
+                event(u"tap"_s, {{u"x"_s, double(click.x())}, {u"y"_s, double(click.y())}}));
+    }
+    if (found.size() > MaxEvents)
+        found.remove(0, found.size() - MaxEvents);
+    QJsonArray list;
+    for (const QJsonObject &event : std::as_const(found))
+        list.append(event);
+    return jsonReply(200, QJsonObject{{u"visit"_s, summary(visit)},
+                                      {u"next"_s, reports.size()},
+                                      {u"events"_s, list}});
+}
+
+HttpReply ConsoleEndpoint::screenshot(const Visit &visit, const QString &indexText) const
+{
+    bool ok = false;
+    const qsizetype index = indexText.toLongLong(&ok);
+    if (!ok || index < 0 || index >= visit.reports().size() ||
+        visit.reports().at(index).message.screenshotevent_size() == 0) {
+        return fail(404, u"no such screenshot"_s);
+    }
+    const auto &events = visit.reports().at(index).message.screenshotevent();
+    const std::string &image = events.at(events.size() - 1).image();
+    return HttpReply{200, QByteArray(image.data(), qsizetype(image.size())),
+                     QByteArrayLiteral("image/jpeg")};
+}
+
+HttpReply ConsoleEndpoint::click(const Visit &visit, const QByteArray &body)
+{
+    QString error;
+    const std::optional<QJsonObject> object = readObject(body, &error);
+    if (!object)
+        return fail(400, error);
+    const auto x = wholeNumber(object->value(u"x"_s));
+    const auto y = wholeNumber(object->value(u"y"_s));
+    if (!x || !y)
+        return fail(400, u"x and y must both be whole numbers"_s);
+    const Digest &known = digest(visit);
+    const qint64 width = known.screenshotSize.isValid()
+                             ? qint64(known.screenshotSize.width()) * ScreenshotScale
+                             : MaxCoordinate;
+    const qint64 height = known.screenshotSize.isValid()
+                              ? qint64(known.screenshotSize.height()) * ScreenshotScale
+                              : MaxCoordinate;
+    if (*x < 0 || *y < 0 || *x >= width || *y >= height) {
+        return fail(400, u"(%1, %2) is outside the screen of %3×%4 device pixels"_s.arg(*x)
+                             .arg(*y)
+                             .arg(width)
+                             .arg(height));
+    }
+    return command(visit, QJsonObject{{u"x"_s, *x}, {u"y"_s, *y}});
+}
+
+HttpReply ConsoleEndpoint::drawing(const Visit &visit, const QByteArray &body)
+{
+    QString error;
+    const std::optional<QJsonObject> object = readObject(body, &error);
+    if (!object)
+        return fail(400, error);
+    const QJsonValue png = object->value(u"png"_s);
+    if (!png.isString())
+        return fail(400, u"png must be a string of base64 PNG data"_s);
+    QByteArray data = png.toString().toLatin1();
+    if (data.startsWith(PngDataPrefix))
+        data.remove(0, PngDataPrefix.size());
+    // Base64 grows by a third: what cannot fit the limit decoded is refused undecoded.
+    if (data.size() > (MaxDrawingBytes + 2) / 3 * 4)
+        return fail(413, u"drawing larger than %1 bytes"_s.arg(MaxDrawingBytes));
+    const auto decoded =
+        QByteArray::fromBase64Encoding(data, QByteArray::AbortOnBase64DecodingErrors);
+    if (data.isEmpty() || data.size() % 4 != 0 || !decoded)
+        return fail(400, u"png is not base64"_s);
+    if (decoded.decoded.size() > MaxDrawingBytes)
+        return fail(413, u"drawing larger than %1 bytes"_s.arg(MaxDrawingBytes));
+    const std::optional<QSize> size = ImageHeader::pngSize(decoded.decoded);
+    if (!size)
+        return fail(400, u"drawing is not a PNG image"_s);
+    if (size->width() > MaxDrawingSide || size->height() > MaxDrawingSide)
+        return fail(413, u"drawing larger than %1 pixels a side"_s.arg(MaxDrawingSide));
+    const QString url = QString::fromLatin1(PngDataPrefix + decoded.decoded.toBase64());
+    return command(visit, QJsonObject{{u"d"_s, QJsonObject{{u"u"_s, url}}}});
+}
+
+HttpReply ConsoleEndpoint::command(const Visit &visit, const QJsonObject &command)
+{
+    if (!m_service->queueCommand(visit.id(), command))
+        return fail(500, u"command not queued"_s);
+    return jsonReply(200, QJsonObject{{u"visitId"_s, visit.id()}, {u"queued"_s, command}});
+}
+
+HttpReply ConsoleEndpoint::coBrowse(const QString &visitorId)
+{
+    const QString channel = u"SCB"_s;
+    if (!m_service->queueChannelMessage(visitorId, channel, QString()))
+        return fail(500, u"message not queued"_s);
+    return jsonReply(200, QJsonObject{{u"visitorId"_s, visitorId},
+                                      {u"queued"_s, QJsonObject{{u"channel"_s, channel},
+                                                                {u"payload"_s, QString()}}}});
+}
+
+const ConsoleEndpoint::Digest &ConsoleEndpoint::digest(const Visit &visit)
+{
+    Digest &digest = m_digests[visit.id()];
+    const QList<Report> &reports = visit.reports();
+    for (; digest.scanned < reports.size(); ++digest.scanned) {
+        const VistrelKit::ProtoMessage &message = reports.at(digest.scanned).message;
+        if (message.has_pagechange())
+            digest.screen = text(message.pagechange());
+        if (message.screenshotevent_size() == 0)
+            continue;
+        const std::string &image =
+            message.screenshotevent(message.screenshotevent_size() - 1).image();
+        const auto size =
+            ImageHeader::jpegSize(QByteArray::fromRawData(image.data(), qsizetype(image.size())));
+        // A screenshot the browser could not show either does not replace the last good one.
+        if (size) {
+            digest.screenshotIndex = digest.scanned;
+            digest.screenshotSize = *size;
+        }
+    }
+    return digest;
+}
+
+QJsonObject ConsoleEndpoint::summary(const Visit &visit)
+{
+    const Digest &known = digest(visit);
+    const std::optional<DeviceInit> init = m_service->deviceInit(visit.id());
+    QString shareId = visit.shareId();
+    if (shareId.isEmpty() && init)
+        shareId = init->shareId;
+    QJsonValue screenshot;
+    if (known.screenshotIndex >= 0) {
+        screenshot = QJsonObject{{u"index"_s, known.screenshotIndex},
+                                 {u"width"_s, known.screenshotSize.width()},
+                                 {u"height"_s, known.screenshotSize.height()}};
+    }
+    return QJsonObject{
+        {u"id"_s, visit.id()},
+        {u"shareId"_s, shareId},
+        {u"tenantId"_s, visit.tenantId()},
+        {u"visitorId"_s, visit.visitorId()},
+        {u"sessionId"_s, visit.sessionId()},
+        {u"screen"_s, known.screen.isEmpty() ? visit.url() : known.screen},
+        {u"transport"_s, visit.transport() ? transportName(*visit.transport()) : QString()},
+        {u"state"_s, stateName(visit.state())},
+        {u"openedAt"_s, epochMs(visit.openedAt())},
+        {u"lastReportAt"_s, epochMs(visit.lastReportTime())},
+        {u"reportCount"_s, visit.reports().size()},
+        {u"screenshot"_s, screenshot},
+    };
+}
+
+} // namespace VistrelService

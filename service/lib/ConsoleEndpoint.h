@@ -1,0 +1,65 @@
+#pragma once
+
+#include "HttpReply.h"
+#include "RecordedRequest.h"
+
+#include <QHash>
+#include <QJsonObject>
+#include <QSize>
+#include <QString>
+
+namespace VistrelService {
+
+class LocalService;
+class Visit;
+
+/// The agent console: its page at "/" and "/console/…", and its JSON API under "/console/api/":
+/// the live visits and channel pollers, each visit's screenshots and time line, and the agent's
+/// commands, which go out through the service's command and channel queues.
+class ConsoleEndpoint
+{
+public:
+    /// The kit sends screenshots at a third of the device's pixel size.
+    static constexpr int ScreenshotScale = 3;
+    /// Decoded PNG bytes of one drawing; larger ones are answered 413.
+    static constexpr qsizetype MaxDrawingBytes = 2 * 1024 * 1024;
+    /// Longest side of a drawing in pixels; larger ones are answered 413.
+    static constexpr int MaxDrawingSide = 8192;
+    /// Coordinates of a tap before the visit's first screenshot tells its size.
+    static constexpr int MaxCoordinate = 100000;
+    /// Time line events per answer: the newest are kept.
+    static constexpr int MaxEvents = 500;
+
+    explicit ConsoleEndpoint(LocalService *service);
+
+    static bool handles(const QString &path);
+    HttpReply handle(const RecordedRequest &request);
+
+private:
+    /// What the console keeps of a visit's reports, brought up to date on demand.
+    struct Digest
+    {
+        qsizetype scanned = 0;
+        qsizetype screenshotIndex = -1;
+        QSize screenshotSize;
+        QString screen;
+    };
+
+    HttpReply asset(const RecordedRequest &request) const;
+    HttpReply api(const RecordedRequest &request, const QStringList &segments);
+    HttpReply visitList();
+    HttpReply events(const Visit &visit, const RecordedRequest &request);
+    HttpReply screenshot(const Visit &visit, const QString &indexText) const;
+    HttpReply click(const Visit &visit, const QByteArray &body);
+    HttpReply drawing(const Visit &visit, const QByteArray &body);
+    HttpReply command(const Visit &visit, const QJsonObject &command);
+    HttpReply coBrowse(const QString &visitorId);
+
+    const Digest &digest(const Visit &visit);
+    QJsonObject summary(const Visit &visit);
+
+    LocalService *m_service;
+    QHash<QString, Digest> m_digests;
+};
+
+} // namespace VistrelService
