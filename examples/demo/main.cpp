@@ -1,20 +1,26 @@
-// The demo host app: starts the local service in-process (or uses --server), binds the kit to a
-// tenant and runs the init handshake, printing what happened.
-#include "Config/ApplicationConfigWrapper.h"
-#include "Core/Injection.h"
-#include "Init/InitSender.h"
+// The demo host app: a few screens a service centre's agent can watch and steer. By default it
+// brings its own service (the local service, in-process) so that it runs on a machine without
+// any setup; --server points it at another one.
+#include "CardNumberEdit.h"
 #include "LocalService.h"
+#include "MainWindow.h"
+#include "SignInPage.h"
+#include "SignalWatcher.h"
 
 #include <Vistrel/Orvane.h>
-#include <Vistrel/OrvaneConfiguration.h>
+#include <Vistrel/OrvaneCoBrowsing.h>
+#include <Vistrel/OrvaneVistrel.h>
 
 #include <QApplication>
 #include <QCommandLineParser>
+#include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
-#include <QTimer>
+#include <QUrl>
 
+#include <csignal>
 #include <cstdio>
 #include <memory>
 
@@ -22,10 +28,9 @@ using namespace Qt::StringLiterals;
 using namespace VistrelKit;
 
 namespace {
-void say(const QString &text)
+void fail(const QString &message)
 {
-    std::printf("%s\n", qPrintable(text));
-    std::fflush(stdout);
+    std::fprintf(stderr, "vistrel-demo: %s\n", qPrintable(message));
 }
 
 bool hasDisplay()
@@ -33,101 +38,123 @@ bool hasDisplay()
     return qEnvironmentVariableIsSet("DISPLAY") || qEnvironmentVariableIsSet("WAYLAND_DISPLAY") ||
            qEnvironmentVariableIsSet("QT_QPA_PLATFORM");
 }
+
+// The embedded service's init reply, declaring the sign-in page's private fields: the password
+// by its tag, the card number by its class. Another server decides this on its own.
+QByteArray monitoringConfig()
+{
+    QJsonObject reply =
+        QJsonDocument::fromJson(VistrelService::LocalService::defaultMonitoringConfig()).object();
+    reply[u"ios"_s] = QJsonObject{
+        {u"blacklist"_s, QJsonArray{QString::number(SignInPage::PasswordTag)}},
+        {u"blacklistClasses"_s,
+         QJsonArray{QString::fromLatin1(CardNumberEdit::staticMetaObject.className())}}};
+    return QJsonDocument(reply).toJson(QJsonDocument::Compact);
+}
+
+// Points the kit at the service through its config file, as a host app would.
+bool writeKitConfig(const QString &path, const QString &server, const QString &scheme)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
+        return false;
+    const QJsonObject config{{u"Hostname"_s, server},
+                             {u"CdnHostname"_s, server},
+                             {u"HttpProtocol"_s, scheme},
+                             {u"WebSocketProtocol"_s, scheme == u"https"_s ? u"wss"_s : u"ws"_s}};
+    return file.write(QJsonDocument(config).toJson()) > 0;
+}
 } // namespace
 
 int main(int argc, char *argv[])
 {
+    // Without a display the app still runs, unseen: the agent console is how one watches it.
     if (!hasDisplay())
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
+    // The kit keeps the device's identifier under these names.
     QApplication::setApplicationName(u"vistrel-demo"_s);
     QApplication::setOrganizationName(u"Vistrel"_s);
 
     QCommandLineParser parser;
-    parser.setApplicationDescription(u"Vistrel demo host app"_s);
+    parser.setApplicationDescription(
+        u"Vistrel demo host app. Starts the local service in-process on 127.0.0.1:8080 (or a free "
+        "port) and prints the URL of its agent console, unless --server names another service."_s);
     parser.addHelpOption();
     const QCommandLineOption serverOption(
-        u"server"_s, u"Use the service at HOST:PORT instead of the embedded one."_s,
+        u"server"_s, u"Use the service at <host:port> instead of the embedded one."_s,
         u"host:port"_s);
-    const QCommandLineOption schemeOption(u"scheme"_s, u"URL scheme of --server (http or https)."_s,
-                                          u"scheme"_s, u"http"_s);
-    parser.addOption(serverOption);
-    parser.addOption(schemeOption);
+    const QCommandLineOption schemeOption(
+        u"scheme"_s, u"URL scheme of --server: http or https (default http)."_s, u"scheme"_s,
+        u"http"_s);
+    const QCommandLineOption noAutostartOption(
+        u"no-autostart"_s, u"Do not start the session; use the panel's buttons."_s);
+    parser.addOptions({serverOption, schemeOption, noAutostartOption});
     parser.process(app);
 
-    std::unique_ptr<VistrelService::LocalService> service;
     QString server = parser.value(serverOption);
-    QString scheme = parser.value(schemeOption);
+    const QString scheme = parser.value(schemeOption);
+    if (scheme != u"http"_s && scheme != u"https"_s) {
+        fail(u"--scheme must be http or https"_s);
+        return 1;
+    }
+    if (parser.isSet(schemeOption) && server.isEmpty()) {
+        fail(u"--scheme applies to --server only; the embedded service speaks http"_s);
+        return 1;
+    }
+
+    std::unique_ptr<VistrelService::LocalService> service;
     if (server.isEmpty()) {
         service = std::make_unique<VistrelService::LocalService>();
+        service->setMonitoringConfig(monitoringConfig());
+        // The usual port first, so the console's address is the same from one run to the next.
         if (!service->start(QHostAddress::LocalHost, 8080) &&
             !service->start(QHostAddress::LocalHost, 0)) {
-            say(u"Cannot start the local service"_s);
+            fail(u"cannot start the local service"_s);
             return 1;
         }
         server = service->hostAndPort();
-        scheme = u"http"_s;
-        say(u"Local service listening on http://"_s + server);
+    } else {
+        const QUrl url(scheme + u"://"_s + server);
+        if (!url.isValid() || url.host().isEmpty() || !url.path().isEmpty() || url.hasQuery()) {
+            fail(u"--server takes host:port, not "_s + server);
+            return 1;
+        }
     }
 
-    // Point the kit at the service through its config file, as a host app would.
-    QTemporaryDir configDir;
+    const QTemporaryDir configDir;
     const QString configPath = configDir.filePath(u"Config.json"_s);
-    QFile configFile(configPath);
-    if (!configFile.open(QIODevice::WriteOnly)) {
-        say(u"Cannot write "_s + configPath);
+    if (!configDir.isValid() || !writeKitConfig(configPath, server, scheme)) {
+        fail(u"cannot write the kit's config file "_s + configPath);
         return 1;
     }
-    const bool secure = scheme == u"https"_s;
-    configFile.write(
-        QJsonDocument(QJsonObject{{u"Hostname"_s, server},
-                                  {u"CdnHostname"_s, server},
-                                  {u"HttpProtocol"_s, scheme},
-                                  {u"WebSocketProtocol"_s, secure ? u"wss"_s : u"ws"_s}})
-            .toJson());
-    configFile.close();
     Orvane::setConfigFile(configPath);
-
     if (!Orvane::initConfig(u"demo-tenant"_s, u"demo-token"_s)) {
-        say(u"The kit could not be configured"_s);
+        fail(u"the kit could not be configured"_s);
         return 1;
     }
-    say(u"Kit bound to tenant demo-tenant, service "_s + Orvane::configuration()->server());
 
-    auto *initSender = Injection::getContainer().resolveOrLog<InitSender>();
-    auto *config = Injection::getContainer().resolveOrLog<ApplicationConfigWrapper>();
-    if (!initSender || !config)
-        return 1;
-    config->config().vistrelConfig.newShareIdAndStartTime();
+    MainWindow window;
+    window.show();
 
-    int exitCode = 1;
-    bool done = false;
-    initSender->send(u"DemoWindow"_s, true, [&](const Result<MonitoringConfigDTO> &result) {
-        if (done)
-            return; // a transport error is followed by a second completion
-        done = true;
-        if (result.isOk()) {
-            const MonitoringConfigDTO &reply = result.value();
-            say(u"Init handshake succeeded: shouldStartMonitoring=%1 storageType=%2 chatActivated=%3 ip=%4"_s
-                    .arg(reply.shouldStartMonitoring ? u"true"_s : u"false"_s,
-                         reply.storageType.value_or(u"(none)"_s),
-                         reply.chatActivated ? (*reply.chatActivated ? u"true"_s : u"false"_s)
-                                             : u"(none)"_s,
-                         reply.ip));
-            say(u"Visit %1, session %2, share id %3"_s.arg(
-                *config->config().visitConfig.visitId, *config->config().visitConfig.sessionId,
-                *config->config().vistrelConfig.shareId));
-            exitCode = 0;
-        } else {
-            say(u"Init handshake failed: "_s + result.error().description());
-        }
-        if (service) {
-            for (const auto &request : service->requests())
-                say(u"Service received %1 %2 (%3 bytes) -> %4"_s.arg(
-                    request.method, request.path, QString::number(request.body.size()),
-                    QString::number(request.status)));
-        }
-        QTimer::singleShot(0, &app, [&] { app.exit(exitCode); });
+    // The browser test and Ctrl+C end the demo with a signal: leave through the event loop, so
+    // that the session stops while its window still exists. (Should watching fail, the signals
+    // keep their default action, which ends the demo too.)
+    SignalWatcher signalWatcher;
+    signalWatcher.watch(SIGINT);
+    signalWatcher.watch(SIGTERM);
+    QObject::connect(&signalWatcher, &SignalWatcher::received, &app, &QCoreApplication::quit);
+    QObject::connect(&app, &QCoreApplication::aboutToQuit, &app, [] {
+        // Stopping the session removes the co-browsing widget too.
+        if (Orvane::vistrel()->connected() || Orvane::coBrowsing()->isShown())
+            Orvane::vistrel()->stop();
     });
+
+    // Streaming from the first moment, so the console shows the screen as soon as it opens.
+    if (!parser.isSet(noAutostartOption))
+        Orvane::vistrel()->start();
+
+    std::printf("Agent console: %s://%s/\n", qPrintable(scheme), qPrintable(server));
+    std::fflush(stdout);
     return app.exec();
 }
