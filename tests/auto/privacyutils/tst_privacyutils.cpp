@@ -117,6 +117,10 @@ void tst_PrivacyUtils::masksInTheSentScreenshot_data()
         << QStringList{u"iban"_s} << QStringList{classWarning};
     QTest::newRow("known class without an instance")
         << QStringList() << QStringList{u"AuditBadge"_s} << QStringList() << QStringList();
+    // A hidden widget (a page not shown) is not in the image: masking it would black out
+    // whatever is shown in its place.
+    QTest::newRow("tag on a hidden widget")
+        << QStringList{u"11"_s} << QStringList() << QStringList() << QStringList();
     QTest::newRow("tags and classes together")
         << QStringList{u"7"_s, u"9"_s} << QStringList{u"Payments::IbanField"_s}
         << QStringList{u"secret"_s, u"nested"_s, u"iban"_s} << QStringList();
@@ -151,6 +155,10 @@ void tst_PrivacyUtils::masksInTheSentScreenshot()
     place(new SecretField, &window, u"field"_s, {200, 10, 90, 30});
     place(new PinField, &window, u"pin"_s, {295, 10, 90, 30});
     place(new Payments::IbanField, &window, u"iban"_s, {10, 60, 90, 30});
+    auto *hidden = new QLineEdit;
+    hidden->setProperty(PrivacyUtils::TagProperty, 11);
+    place(hidden, &window, u"hidden"_s, {105, 60, 90, 30});
+    hidden->hide();
     auto *container = new QFrame(&window);
     container->setGeometry(200, 150, 190, 140);
     auto *nested = new QLineEdit;
