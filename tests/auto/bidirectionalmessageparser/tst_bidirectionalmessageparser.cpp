@@ -152,6 +152,5 @@ void tst_BidirectionalMessageParser::strictBase64()
         QCOMPARE(decoded->toBase64(), text);
 }
 
-
 QTEST_GUILESS_MAIN(tst_BidirectionalMessageParser)
 #include "tst_bidirectionalmessageparser.moc"
