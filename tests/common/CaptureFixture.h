@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Monitoring/ViewMonitor.h"
 #include "Network/Bidirectional/BidirectionalMessageHandler.h"
 #include "Network/Bidirectional/BidirectionalMessageParser.h"
 #include "Network/Xhr/XhrMessageSender.h"
@@ -8,30 +9,28 @@
 #include <QApplication>
 #include <QBuffer>
 #include <QImageReader>
-#include <QPointF>
 #include <QTest>
 
 #include <functional>
 
-/// A transport fixture with a running XHR sender whose replies go to the real command handler,
-/// and readers for the reports the service decoded. No window is shown at first: a suite builds
-/// its widgets in screen, then calls showWindow().
+/// A transport fixture with a running XHR sender whose replies go to the real command handler, a
+/// view monitor, and readers for the reports the service decoded. A suite builds its widgets in
+/// screen, then calls showWindow().
 struct CaptureFixture : TransportFixture
 {
     CaptureFixture()
         : commandHandler(config.get(), nullptr)
         , commandParser(&commandHandler)
         , sender(config.get(), initSender.get(), api.get(), http.get(), &commandParser)
+        , monitor(config.get())
     {
-        // A window shown twice is not made active again on the offscreen platform: the base's
-        // window goes away for good (once its activation has been seen, or a hidden window would
-        // be the active one), and the suite shows its own.
+        // The offscreen platform does not activate a window shown twice: the base's window goes
+        // away for good, once its activation was seen.
         if (!QTest::qWaitForWindowActive(&window))
             qWarning("The window never became active");
         window.hide();
         if (!QTest::qWaitFor([] { return QApplication::activeWindow() == nullptr; }))
             qWarning("The hidden window is still active");
-        screen.setObjectName(QStringLiteral("screen"));
         screen.resize(320, 240);
         sender.start(QStringLiteral("Main"), nullptr, nullptr);
     }
@@ -40,6 +39,18 @@ struct CaptureFixture : TransportFixture
     {
         screen.show();
         return QTest::qWaitForWindowActive(&screen);
+    }
+
+    /// Starts the monitor; the completion's error text, empty on success.
+    QString startMonitor()
+    {
+        auto result = std::make_shared<std::optional<QString>>();
+        monitor.start(&sender, [result](const std::optional<VistrelKit::Error> &error) {
+            *result = error ? error->stringError()->message() : QString();
+        });
+        return QTest::qWaitFor([result] { return result->has_value(); }, 20000)
+                   ? **result
+                   : QStringLiteral("none");
     }
 
     QList<VistrelService::Report> reports() const
@@ -58,45 +69,32 @@ struct CaptureFixture : TransportFixture
         return result;
     }
 
-    QList<QPointF> clicks() const
-    {
-        QList<QPointF> result;
-        for (const auto &report : reports()) {
-            for (const auto &event : report.message.clickevent())
-                result.append(QPointF(event.x(), event.y()));
-        }
-        return result;
-    }
-
-    QStringList pageChanges() const
+    /// The visit's other reports in order, as "click x,y", "page name" and "tag text".
+    QStringList events() const
     {
         QStringList result;
         for (const auto &report : reports()) {
-            if (report.message.has_pagechange())
-                result.append(QString::fromStdString(report.message.pagechange()));
+            const VistrelKit::ProtoMessage &m = report.message;
+            for (const auto &click : m.clickevent())
+                result.append(QStringLiteral("click %1,%2").arg(click.x()).arg(click.y()));
+            if (m.has_pagechange())
+                result.append(QStringLiteral("page ") + QString::fromStdString(m.pagechange()));
+            if (m.has_tag())
+                result.append(QStringLiteral("tag ") + QString::fromStdString(m.tag()));
         }
         return result;
     }
 
-    bool hasTag(const QString &tag) const
-    {
-        for (const auto &report : reports()) {
-            if (report.message.has_tag() && QString::fromStdString(report.message.tag()) == tag)
-                return true;
-        }
-        return false;
-    }
-
-    /// Reports go out in the order they were made: once this tag arrived, every report made
-    /// before it has arrived too. That is how a suite shows that something was not sent.
-    /// Reports queued while a post is under way are dropped with it (each post starts from an
-    /// empty queue), so the tag is sent again until it arrives. The same rule is why suites keep
-    /// the screen still while they wait for a report: a screenshot's post could swallow it.
+    /// Reports arrive in order: once this tag arrived, every report made before it has too,
+    /// which is how a suite shows that something was not sent. A report queued while a post is
+    /// under way is dropped with it, so the tag goes again until it arrives; and a suite keeps
+    /// the screen still while it waits for a report.
     bool flushReports(const QString &tag)
     {
         for (int attempt = 0; attempt < 5; ++attempt) {
             sender.sendTag(tag, startTime(), [](const std::optional<VistrelKit::Error> &) {});
-            if (waitForDelivery([this, tag] { return hasTag(tag); }, 1000))
+            if (waitForDelivery([&] { return events().contains(QStringLiteral("tag ") + tag); },
+                                5000))
                 return true;
         }
         return false;
@@ -107,27 +105,24 @@ struct CaptureFixture : TransportFixture
         return waitForDelivery([this, count] { return screenshots().size() >= count; });
     }
 
-    /// Until the service saw what condition asks for and the device has the reply to that post
-    /// (its queue is emptied only then), so that the next report is not dropped with it.
-    bool waitForDelivery(const std::function<bool()> &condition, int timeoutMs = 5000)
+    /// Until the service saw what condition asks for and the device has the reply to that post,
+    /// so that the next report is not dropped with it.
+    bool waitForDelivery(const std::function<bool()> &condition, int timeoutMs = 20000)
     {
-        return service.waitFor([this, condition] { return condition() && sender.queueSize() == 0; },
-                               timeoutMs);
+        return service.waitFor([&] { return condition() && sender.queueSize() == 0; }, timeoutMs);
     }
 
     /// A screenshot as the agent sees it; a null image unless the bytes are a JPEG.
-    static QImage decodeJpeg(const QByteArray &bytes)
+    static QImage decodeJpeg(QByteArray bytes)
     {
-        QBuffer buffer;
-        buffer.setData(bytes);
+        QBuffer buffer(&bytes);
         QImageReader reader(&buffer);
-        if (reader.format() != "jpeg")
-            return QImage();
-        return reader.read();
+        return reader.format() == "jpeg" ? reader.read() : QImage();
     }
 
     VistrelKit::BidirectionalMessageHandler commandHandler;
     VistrelKit::BidirectionalMessageParser commandParser;
     VistrelKit::XhrMessageSender sender;
+    VistrelKit::ViewMonitor monitor;
     QWidget screen;
 };

@@ -58,29 +58,23 @@ void PrivacyUtils::maskView(QWidget *view, QWidget *root, QImage &image)
     // its rectangle would only black out whatever page is shown in its place.
     if (!view->isVisibleTo(root))
         return;
-    // Painted in place: a copy per view would cost a full-screen image each time.
-    const qreal ratio = image.devicePixelRatio();
-    QPainter painter(&image);
     // The service's rectangle: the view's frame (in its parent's coordinates) converted from the
     // view's own coordinates, as its masking settings were made for.
     const QRect frame = view->geometry();
-    painter.fillRect(
-        scaledOrigin(QRectF(mapToRoot(view, root, frame.topLeft()), frame.size()), ratio),
-        Qt::black);
-    // And the view's true place, so that private content is covered wherever the view sits.
-    painter.fillRect(QRectF(mapToRoot(view, root, QPoint(0, 0)), QSizeF(view->size())), Qt::black);
+    mask(image, QRectF(mapToRoot(view, root, frame.topLeft()), frame.size()));
+    // And the view's true place, so that private content is covered wherever the view sits
+    // (its origin scaled up, as mask() divides it by the ratio).
+    const QPointF origin = mapToRoot(view, root, QPoint(0, 0)) * image.devicePixelRatio();
+    mask(image, QRectF(origin, QSizeF(view->size())));
 }
 
-QImage PrivacyUtils::mask(const QImage &image, const QRectF &rect)
+void PrivacyUtils::mask(QImage &image, const QRectF &rect)
 {
-    QImage result = image;
-    {
-        QPainter painter(&result);
-        painter.fillRect(scaledOrigin(rect, image.devicePixelRatio()), Qt::black);
-    }
-    if (result.isNull())
+    // Painted in place: a copy per view would cost a full-screen image each time.
+    QPainter painter(&image);
+    if (!painter.isActive())
         qFatal("Cannot paint the privacy mask");
-    return result;
+    painter.fillRect(scaledOrigin(rect, image.devicePixelRatio()), Qt::black);
 }
 
 QRectF PrivacyUtils::scaledOrigin(const QRectF &rect, qreal ratio)

@@ -26,9 +26,9 @@ public:
     static void maskPrivateViews(QImage &image, QWidget *root, const IOSConfig &config);
     /// Masks every widget under root that is of className.
     static void maskClass(QWidget *root, const QString &className, QImage &image);
-    /// A copy of image with rect painted black. The origin is divided by the image's device pixel
+    /// Paints rect black on image, in place. The origin is divided by the image's device pixel
     /// ratio, the size is not (the service's masking settings assume it).
-    static QImage mask(const QImage &image, const QRectF &rect);
+    static void mask(QImage &image, const QRectF &rect);
 
     /// The widget carrying tag: root itself or its first descendant, depth first.
     static QWidget *viewWithTag(QWidget *root, int tag);

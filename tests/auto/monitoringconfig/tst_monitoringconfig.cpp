@@ -10,12 +10,8 @@
 
 using namespace Qt::StringLiterals;
 using namespace VistrelKit;
-using VistrelService::CannedReply;
-using VistrelService::LocalService;
 
 namespace {
-constexpr int ReplyTimeoutMs = 60000;
-
 // Every key, in the order the service writes them.
 const QByteArray Complete =
     R"({"shouldStartMonitoring":true,"startMonitoringType":"u","htmlExists":true,)"
@@ -25,22 +21,14 @@ const QByteArray RequiredOnly =
     R"({"shouldStartMonitoring":false,"htmlExists":false,"ip":"::1",)"
     R"("ios":{"blacklist":[],"blacklistClasses":[]},"ignoreIp":true})"_ba;
 
-Json complete()
+// Complete with one key replaced, or removed when value is absent.
+QByteArray with(const char *key, const std::optional<Json> &value)
 {
-    return Json::parse(Complete.constBegin(), Complete.constEnd());
-}
-
-QByteArray with(const char *key, const Json &value)
-{
-    Json object = complete();
-    object[key] = value;
-    return JsonUtils::dump(object);
-}
-
-QByteArray without(const char *key)
-{
-    Json object = complete();
-    object.erase(key);
+    Json object = Json::parse(Complete.constBegin(), Complete.constEnd());
+    if (value)
+        object[key] = *value;
+    else
+        object.erase(key);
     return JsonUtils::dump(object);
 }
 } // namespace
@@ -49,19 +37,17 @@ class tst_MonitoringConfig : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase();
+    void initTestCase()
+    {
+        QVERIFY(m_service.start() != 0);
+        TestConfig::use(m_service.hostAndPort());
+    }
     void decode_data();
     void decode();
 
 private:
-    LocalService m_service;
+    VistrelService::LocalService m_service;
 };
-
-void tst_MonitoringConfig::initTestCase()
-{
-    QVERIFY(m_service.start() != 0);
-    TestConfig::use(m_service.hostAndPort());
-}
 
 void tst_MonitoringConfig::decode_data()
 {
@@ -74,49 +60,22 @@ void tst_MonitoringConfig::decode_data()
 
     QTest::newRow("all keys") << 200 << Complete << Complete << QString();
     QTest::newRow("optional keys missing") << 200 << RequiredOnly << RequiredOnly << QString();
-    {
-        Json object = Json::parse(RequiredOnly.constBegin(), RequiredOnly.constEnd());
-        for (const char *key :
-             {"startMonitoringType", "storageType", "disableWebSocket", "chatActivated"})
-            object[key] = nullptr;
-        QTest::newRow("optional keys null")
-            << 200 << JsonUtils::dump(object) << RequiredOnly << QString();
-    }
-    {
-        Json object = Json::object();
-        object["extra"] = Json::array({1, 2});
-        const Json source = complete();
-        for (const auto &[key, value] : source.items())
-            object[key] = value;
-        QTest::newRow("unknown key") << 200 << JsonUtils::dump(object) << Complete << QString();
-    }
-    {
-        // Rebuilt back to front: the order on the wire does not matter.
-        Json object = Json::object();
-        const Json source = complete();
-        for (auto it = source.rbegin(); it != source.rend(); ++it)
-            object[it.key()] = it.value();
-        QTest::newRow("keys in another order")
-            << 200 << JsonUtils::dump(object) << Complete << QString();
-    }
-    // The reply's status code is not looked at.
-    QTest::newRow("error status with a good body") << 500 << Complete << Complete << QString();
+    Json nulls = Json::parse(RequiredOnly.constBegin(), RequiredOnly.constEnd());
+    for (const char *key : {"startMonitoringType", "storageType", "disableWebSocket"})
+        nulls[key] = nullptr;
+    QTest::newRow("optional keys null")
+        << 200 << JsonUtils::dump(nulls) << RequiredOnly << QString();
+    // The status code is not looked at.
+    QTest::newRow("error status") << 500 << Complete << Complete << QString();
 
-    for (const char *key : {"shouldStartMonitoring", "htmlExists", "ip", "ios", "ignoreIp"}) {
+    for (const char *key : {"shouldStartMonitoring", "htmlExists", "ip", "ios", "ignoreIp"})
         QTest::addRow("required \"%s\" missing", key)
-            << 200 << without(key) << QByteArray() << QString::fromLatin1(key);
-    }
+            << 200 << with(key, std::nullopt) << QByteArray() << QString::fromLatin1(key);
     QTest::newRow("required key null") << 200 << with("ip", nullptr) << QByteArray() << u"ip"_s;
-
     QTest::newRow("boolean as string") << 200 << with("shouldStartMonitoring", "true")
                                        << QByteArray() << u"shouldStartMonitoring"_s;
-    QTest::newRow("boolean as number")
-        << 200 << with("ignoreIp", 0) << QByteArray() << u"ignoreIp"_s;
-    QTest::newRow("string as number") << 200 << with("ip", 127001) << QByteArray() << u"ip"_s;
     QTest::newRow("optional string as number")
         << 200 << with("storageType", 5) << QByteArray() << u"storageType"_s;
-    QTest::newRow("optional boolean as string")
-        << 200 << with("chatActivated", "yes") << QByteArray() << u"chatActivated"_s;
     QTest::newRow("ios as array") << 200 << with("ios", Json::array()) << QByteArray() << u"ios"_s;
     QTest::newRow("ios without blacklistClasses")
         << 200 << with("ios", Json{{"blacklist", Json::array()}}) << QByteArray()
@@ -124,46 +83,22 @@ void tst_MonitoringConfig::decode_data()
     QTest::newRow("ios blacklist with a number")
         << 200 << with("ios", Json{{"blacklist", {"7", 12}}, {"blacklistClasses", Json::array()}})
         << QByteArray() << u"blacklist"_s;
-    QTest::newRow("ios blacklistClasses with null")
-        << 200
-        << with("ios", Json{{"blacklist", Json::array()}, {"blacklistClasses", {"A", nullptr}}})
-        << QByteArray() << u"blacklistClasses"_s;
-    QTest::newRow("ios blacklist as string")
-        << 200 << with("ios", Json{{"blacklist", "7"}, {"blacklistClasses", Json::array()}})
-        << QByteArray() << u"blacklist"_s;
 
     QTest::newRow("not JSON") << 200 << "<html>busy</html>"_ba << QByteArray() << QString();
-    QTest::newRow("truncated JSON")
-        << 200 << Complete.left(Complete.size() / 2) << QByteArray() << QString();
     QTest::newRow("JSON array") << 200 << QByteArray("[" + Complete + "]") << QByteArray()
                                 << QString();
-    QTest::newRow("JSON null") << 200 << "null"_ba << QByteArray() << QString();
-    QTest::newRow("JSON string") << 200 << R"("ok")"_ba << QByteArray() << QString();
     QTest::newRow("empty body") << 200 << QByteArray() << QByteArray() << u"Data is nil"_s;
-    QTest::newRow("invalid UTF-8 in a string")
+    QTest::newRow("invalid UTF-8")
         << 200 << QByteArray(Complete).replace("10.1.2.3", "10.\xff\xfe.3") << QByteArray()
         << QString();
-    QTest::newRow("invalid UTF-8 outside strings")
-        << 200 << QByteArray("\xef\xbb" + Complete) << QByteArray() << QString();
-    QTest::newRow("deeply nested array")
-        << 200 << QByteArray(100000, '[') << QByteArray() << QString();
-    QTest::newRow("deeply nested value")
-        << 200 << QByteArray(R"({"ios":)" + QByteArray(100000, '{')) << QByteArray() << QString();
-    {
-        // Several megabytes of class names: decoded in full.
-        Json object = complete();
-        Json &classes = object["ios"]["blacklistClasses"];
-        for (int i = 0; i < 250000; ++i)
-            classes.push_back("GeneratedClassName" + std::to_string(i));
-        const QByteArray huge = JsonUtils::dump(object);
-        QTest::newRow("huge valid body") << 200 << huge << huge << QString();
-    }
-    {
-        const QByteArray hugeIp = with("ip", std::string(4 * 1024 * 1024, 'x'));
-        QTest::newRow("huge string value") << 200 << hugeIp << hugeIp << QString();
-    }
-    QTest::newRow("huge body that is not JSON")
-        << 200 << QByteArray(5 * 1024 * 1024, 'x') << QByteArray() << QString();
+    QTest::newRow("deeply nested") << 200 << QByteArray(100000, '[') << QByteArray() << QString();
+    // Several megabytes of class names: decoded in full.
+    Json classes = Json::array();
+    for (int i = 0; i < 250000; ++i)
+        classes.push_back("GeneratedClassName" + std::to_string(i));
+    const QByteArray huge =
+        with("ios", Json{{"blacklist", Json::array()}, {"blacklistClasses", classes}});
+    QTest::newRow("very large") << 200 << huge << huge << QString();
 }
 
 void tst_MonitoringConfig::decode()
@@ -173,7 +108,7 @@ void tst_MonitoringConfig::decode()
     QFETCH(QByteArray, decoded);
     QFETCH(QString, error);
 
-    CannedReply reply;
+    VistrelService::CannedReply reply;
     reply.status = status;
     reply.body = body;
     m_service.setCannedReply(u"POST"_s, u"/api/in/im/c"_s, reply);
@@ -181,27 +116,20 @@ void tst_MonitoringConfig::decode()
     HttpUtil http(&wrapper);
     OrvaneAPI api(&http);
     QList<Result<MonitoringConfigDTO>> results;
-    api.mobileInit(MobileInitDTO{}, [&results](const Result<MonitoringConfigDTO> &result) {
-        results.append(result);
-    });
-    QTRY_COMPARE_WITH_TIMEOUT(results.size(), 1, ReplyTimeoutMs);
+    api.mobileInit(MobileInitDTO{}, [&results](const auto &result) { results.append(result); });
+    QTRY_COMPARE_WITH_TIMEOUT(results.size(), 1, 60000);
 
     const Result<MonitoringConfigDTO> &result = results.first();
     if (!decoded.isEmpty()) {
-        if (!result.isOk())
-            QFAIL(qPrintable(result.error().description()));
+        QVERIFY2(result.isOk(),
+                 qPrintable(result.isOk() ? QString() : result.error().description()));
         QCOMPARE(JsonUtils::dump(result.value().toJson()), decoded);
         return;
     }
-    QVERIFY(!result.isOk());
-    const StringError *stringError = result.error().stringError();
-    QVERIFY(stringError);
-    QVERIFY(!stringError->message().isEmpty());
-    if (error == u"Data is nil"_s)
-        QCOMPARE(stringError->message(), error);
-    else
-        QVERIFY2(stringError->message().contains(error, Qt::CaseInsensitive),
-                 qPrintable(stringError->message()));
+    QVERIFY(!result.isOk() && result.error().stringError());
+    const QString message = result.error().stringError()->message();
+    QVERIFY2(!message.isEmpty() && message.contains(error, Qt::CaseInsensitive),
+             qPrintable(message));
 }
 
 QTEST_GUILESS_MAIN(tst_MonitoringConfig)

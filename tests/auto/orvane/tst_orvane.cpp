@@ -1,12 +1,10 @@
 #include "Config/ApplicationConfigWrapper.h"
-#include "Config/IdUtils.h"
 #include "Core/Injection.h"
 #include "TestConfig.h"
 
 #include <Vistrel/Orvane.h>
 #include <Vistrel/OrvaneConfiguration.h>
 
-#include <QFile>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
@@ -18,148 +16,89 @@ class tst_Orvane : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase();
-    void init();
-    void initConfig_data();
+    void initTestCase()
+    {
+        // The kit's services may reach for the device identifier.
+        QStandardPaths::setTestModeEnabled(true);
+        m_wrapper = Injection::getContainer().resolve<ApplicationConfigWrapper>();
+        QVERIFY(m_wrapper && m_dir.isValid());
+    }
+    void init()
+    {
+        TestConfig::use(u"assist.example:8443"_s);
+        config() = ApplicationConfig();
+    }
     void initConfig();
-    void withCustomServer_data();
-    void withCustomServer();
-    void withCustomCdnServer_data();
-    void withCustomCdnServer();
+    void customServers_data();
+    void customServers();
     void serverAndCdnFromConfigFile_data();
     void serverAndCdnFromConfigFile();
 
 private:
-    QString writeConfig(const QByteArray &json);
-
     ApplicationConfig &config() { return m_wrapper->config(); }
 
     ApplicationConfigWrapper *m_wrapper = nullptr;
     QTemporaryDir m_dir;
-    int m_files = 0;
 };
-
-void tst_Orvane::initTestCase()
-{
-    // initConfig() may fall back to the device identifier.
-    QStandardPaths::setTestModeEnabled(true);
-    QVERIFY(m_dir.isValid());
-    m_wrapper = Injection::getContainer().resolve<ApplicationConfigWrapper>();
-    QVERIFY(m_wrapper);
-}
-
-void tst_Orvane::init()
-{
-    TestConfig::use(u"assist.example:8443"_s);
-    config() = ApplicationConfig();
-}
-
-QString tst_Orvane::writeConfig(const QByteArray &json)
-{
-    const QString path = m_dir.filePath(u"Config-%1.json"_s.arg(++m_files));
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(json) != json.size())
-        qFatal("Cannot write %s", qPrintable(path));
-    return path;
-}
-
-void tst_Orvane::initConfig_data()
-{
-    QTest::addColumn<std::optional<QString>>("sessionId");
-    QTest::addColumn<std::optional<QString>>("userId");
-    QTest::newRow("no session yet") << std::optional<QString>() << std::optional<QString>();
-    QTest::newRow("session kept") << std::optional(u"SESSION-1"_s) << std::optional<QString>();
-    QTest::newRow("visitor from the active user")
-        << std::optional(u"SESSION-2"_s) << std::optional(u"customer-7"_s);
-}
 
 void tst_Orvane::initConfig()
 {
-    QFETCH(std::optional<QString>, sessionId);
-    QFETCH(std::optional<QString>, userId);
-
     VisitConfig &visit = config().visitConfig;
-    visit.sessionId = sessionId;
-    visit.visitId = u"old-visit"_s;
-    visit.visitorId = u"old-visitor"_s;
-    if (userId) {
-        ActiveUser user;
-        user.id = userId;
-        config().activeUserTag = user;
+    visit = {u"old-visitor"_s, u"old-visit"_s, std::nullopt, std::nullopt};
+    config().activeUserTag = ActiveUser();
+    config().activeUserTag->id = u"customer-7"_s;
+    // Each call renews the visitor and visit ids; the session stays once there is one.
+    for (const QString &tenant : {u"tenant-1"_s, u"tenant-2"_s}) {
+        const VisitConfig before = visit;
+        QVERIFY(Orvane::initConfig(tenant, tenant + u"-token"_s));
+        QCOMPARE(config().tenantId, tenant);
+        QCOMPARE(config().token, tenant + u"-token"_s);
+        QCOMPARE(visit.visitorId, u"customer-7"_s);
+        QVERIFY(visit.visitId && visit.visitId != before.visitId);
+        QVERIFY(visit.sessionId && (!before.sessionId || visit.sessionId == before.sessionId));
     }
-    const QString expectedVisitor = userId.value_or(IdUtils::vendorId());
-
-    QVERIFY(Orvane::initConfig(u"tenant-1"_s, u"token-1"_s));
-    QCOMPARE(config().tenantId, u"tenant-1"_s);
-    QCOMPARE(config().token, u"token-1"_s);
-    QCOMPARE(visit.visitorId, expectedVisitor);
-    QVERIFY(visit.visitId && *visit.visitId != u"old-visit"_s);
-    QVERIFY(visit.sessionId);
-    if (sessionId)
-        QCOMPARE(visit.sessionId, sessionId);
-    const QString session = *visit.sessionId;
-    const QString firstVisit = *visit.visitId;
-
-    // Again: new tenant, token and visit; the session stays.
-    QVERIFY(Orvane::initConfig(u"tenant-2"_s, u"token-2"_s));
-    QCOMPARE(config().tenantId, u"tenant-2"_s);
-    QCOMPARE(config().token, u"token-2"_s);
-    QCOMPARE(visit.sessionId, session);
-    QVERIFY(*visit.visitId != firstVisit);
-    QCOMPARE(visit.visitorId, expectedVisitor);
 }
 
-void tst_Orvane::withCustomServer_data()
+void tst_Orvane::customServers_data()
 {
+    QTest::addColumn<std::optional<QString>>("httpProtocol");
     QTest::addColumn<std::optional<QString>>("cdnPath");
+    QTest::addColumn<QStringList>("calls");
     QTest::addColumn<QString>("expectedCdnPath");
-    QTest::newRow("CDN path absent") << std::optional<QString>() << u"custom.example:9000"_s;
-    QTest::newRow("CDN path set") << std::optional(u"http://cdn.example/cdn"_s)
-                                  << u"http://cdn.example/cdn"_s;
-    QTest::newRow("CDN path empty") << std::optional(QString()) << QString();
+    const std::optional<QString> http = u"http"_s;
+    const std::optional<QString> none;
+    const QStringList server{u"server"_s};
+    const QStringList cdn{u"cdn"_s};
+    // A custom server fills the CDN path only while it is unset.
+    QTest::newRow("server, CDN path unset") << http << none << server << u"custom.example:9"_s;
+    QTest::newRow("server, CDN path empty") << http << std::optional(u""_s) << server << u""_s;
+    QTest::newRow("CDN server") << std::optional(u"https"_s) << none << cdn
+                                << u"https://cdn.example:7/cdn"_s;
+    QTest::newRow("CDN server, no HttpProtocol key")
+        << none << none << cdn << u"://cdn.example:7/cdn"_s;
+    QTest::newRow("CDN server, then server")
+        << http << none << (cdn + server) << u"http://cdn.example:7/cdn"_s;
 }
 
-void tst_Orvane::withCustomServer()
+void tst_Orvane::customServers()
 {
+    QFETCH(std::optional<QString>, httpProtocol);
     QFETCH(std::optional<QString>, cdnPath);
+    QFETCH(QStringList, calls);
     QFETCH(QString, expectedCdnPath);
-
+    TestConfig::use(u"assist.example:8443"_s, httpProtocol);
     config().hostname = u"old.example"_s;
     config().cdnPath = cdnPath;
     auto init = Orvane::initConfig(u"tenant"_s, u"token"_s);
     QVERIFY(init);
-    InitConfiguration &chained = init->withCustomServer(u"custom.example:9000"_s);
-    QCOMPARE(&chained, &*init);
-    QCOMPARE(config().hostname, u"custom.example:9000"_s);
-    QCOMPARE(config().cdnPath, expectedCdnPath);
-}
-
-void tst_Orvane::withCustomCdnServer_data()
-{
-    QTest::addColumn<std::optional<QString>>("httpProtocol");
-    QTest::addColumn<bool>("cdnFirst");
-    QTest::addColumn<QString>("expectedCdnPath");
-    QTest::newRow("https") << std::optional(u"https"_s) << false << u"https://cdn.example:7/cdn"_s;
-    QTest::newRow("no HttpProtocol key")
-        << std::optional<QString>() << false << u"://cdn.example:7/cdn"_s;
-    // Once the CDN path is set, a custom server does not replace it.
-    QTest::newRow("CDN server before the server")
-        << std::optional(u"http"_s) << true << u"http://cdn.example:7/cdn"_s;
-}
-
-void tst_Orvane::withCustomCdnServer()
-{
-    QFETCH(std::optional<QString>, httpProtocol);
-    QFETCH(bool, cdnFirst);
-    QFETCH(QString, expectedCdnPath);
-
-    TestConfig::use(u"assist.example:8443"_s, httpProtocol);
-    auto init = Orvane::initConfig(u"tenant"_s, u"token"_s);
-    QVERIFY(init);
-    if (cdnFirst)
-        init->withCustomCdnServer(u"cdn.example:7"_s).withCustomServer(u"custom.example"_s);
-    else
-        QCOMPARE(&init->withCustomCdnServer(u"cdn.example:7"_s), &*init);
+    for (const QString &call : calls) {
+        InitConfiguration &chained = call == u"server"_s
+                                         ? init->withCustomServer(u"custom.example:9"_s)
+                                         : init->withCustomCdnServer(u"cdn.example:7"_s);
+        QCOMPARE(&chained, &*init);
+    }
+    QCOMPARE(config().hostname,
+             calls.contains(u"server"_s) ? u"custom.example:9"_s : u"old.example"_s);
     QCOMPARE(config().cdnPath, expectedCdnPath);
 }
 
@@ -172,7 +111,6 @@ void tst_Orvane::serverAndCdnFromConfigFile_data()
         << u"https://cdn.file:1/cdn"_s;
     QTest::newRow("no HttpProtocol key")
         << R"({"CdnHostname":"cdn.file:1"})"_ba << u"://cdn.file:1/cdn"_s;
-    QTest::newRow("neither key") << "{}"_ba << u":///cdn"_s;
     QTest::newRow("no config file") << QByteArray() << u":///cdn"_s;
 }
 
@@ -180,22 +118,22 @@ void tst_Orvane::serverAndCdnFromConfigFile()
 {
     QFETCH(QByteArray, file);
     QFETCH(QString, expectedCdnPath);
-    const QString path = file.isNull() ? m_dir.filePath(u"missing.json"_s) : writeConfig(file);
+    const auto write = [this](const QString &name, const QByteArray &json) {
+        QFile out(m_dir.filePath(name));
+        if (!json.isNull() && (!out.open(QIODevice::WriteOnly) || out.write(json) != json.size()))
+            qFatal("Cannot write %s", qPrintable(out.fileName()));
+        return out.fileName();
+    };
     OrvaneConfiguration *configuration = Orvane::configuration();
-
     // setServer() takes the host it is given and the CDN path from the file.
-    Orvane::setConfigFile(path);
+    Orvane::setConfigFile(write(QString::fromLatin1(QTest::currentDataTag()), file));
     configuration->setServer(u"api.example:2"_s);
     QCOMPARE(configuration->server(), u"api.example:2"_s);
     QCOMPARE(configuration->cdnPath(), expectedCdnPath);
-
     // setCdnServer() reads the file again and ignores its argument.
-    Orvane::setConfigFile(writeConfig(R"({"HttpProtocol":"http","CdnHostname":"before"})"_ba));
-    configuration->setServer(u"api.example:2"_s);
-    QCOMPARE(configuration->cdnPath(), u"http://before/cdn"_s);
-    Orvane::setConfigFile(path);
-    Orvane::configuration()->setCdnServer(u"ignored.example"_s);
-    QCOMPARE(configuration->cdnPath(), expectedCdnPath);
+    Orvane::setConfigFile(write(u"other"_s, R"({"HttpProtocol":"http","CdnHostname":"b"})"_ba));
+    configuration->setCdnServer(u"ignored.example"_s);
+    QCOMPARE(configuration->cdnPath(), u"http://b/cdn"_s);
     QCOMPARE(configuration->server(), u"api.example:2"_s);
 }
 
