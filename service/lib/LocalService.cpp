@@ -1,5 +1,6 @@
 #include "LocalService.h"
 
+#include "QuickAckServer.h"
 #include "ServiceLog.h"
 
 #include <QDeadlineTimer>
@@ -66,7 +67,13 @@ LocalService::~LocalService() = default;
 
 quint16 LocalService::start(const QHostAddress &address, quint16 port)
 {
-    m_port = listen(address, port);
+    auto *server = new QuickAckServer(this);
+    if (!server->listen(address, port)) {
+        delete server;
+        return 0;
+    }
+    bind(server);
+    m_port = server->serverPort();
     return m_port;
 }
 
@@ -218,10 +225,6 @@ void LocalService::record(const RecordedRequest &request)
 
 bool LocalService::handleRequest(const QHttpServerRequest &request, QTcpSocket *socket)
 {
-    // The responder writes status, headers and body separately: without this, Nagle's algorithm
-    // and the client's delayed ACK hold every reply back by some 40 ms.
-    socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
-
     RecordedRequest recorded;
     recorded.method = methodName(request.method());
     recorded.path = request.url().path();

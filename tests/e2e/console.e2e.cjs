@@ -17,12 +17,17 @@ function option(name) {
   return process.argv[at + 1];
 }
 
+// The demo's last lines of output, shown when the test fails.
+const demoLog = [];
+
 function startDemo(path) {
   const demo = spawn(path, [], { env: { ...process.env, QT_QPA_PLATFORM: 'offscreen' } });
   demo.stderr.on('data', () => {}); // the kit logs to stdout; keep stderr drained
   const consoleUrl = new Promise((resolve, reject) => {
     const lines = readline.createInterface({ input: demo.stdout });
     lines.on('line', (line) => {
+      if (!/Execute polling|HttpUtil: POST|ping interval/.test(line)) demoLog.push(line);
+      if (demoLog.length > 100) demoLog.shift();
       const found = /Agent console: (https?:\/\/\S+)/.exec(line);
       if (found) resolve(found[1]);
     });
@@ -84,6 +89,10 @@ async function main() {
       return img && img.complete && img.naturalWidth > 0 && img.getBoundingClientRect().width > 0;
     }, null, { timeout: 30000 });
 
+    // The demo's screen-name check takes its reference one second after streaming starts: a tap
+    // before that would make ListPage the reference instead of a change. Give it time to pass.
+    await page.waitForTimeout(2500);
+
     let target = null;
     for (let attempt = 0; attempt < 20 && !target; ++attempt) {
       target = await findSignIn(page, SIGN_IN_COLOUR);
@@ -112,5 +121,6 @@ async function main() {
 // exitCode rather than exit(): piped output is flushed first.
 main().then(() => { process.exitCode = 0; }, (error) => {
   console.error(error.stack || String(error));
+  console.error(`the demo's last lines:\n${demoLog.join('\n')}`);
   process.exitCode = 1;
 });

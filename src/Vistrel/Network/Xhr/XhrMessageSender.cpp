@@ -21,6 +21,10 @@ XhrMessageSender::XhrMessageSender(ApplicationConfigWrapper *applicationConfig,
     , m_parser(parser)
 {
     m_flushTimer.setSingleShot(true);
+    // Reports appended while a POST is in flight are dropped with its queue. Coarse timers wake on
+    // shared boundaries, so a coarse flush would fire just before the once-a-second ping and
+    // screen-name ticks and lose their reports often; a precise one lands between them.
+    m_flushTimer.setTimerType(Qt::PreciseTimer);
     connect(&m_flushTimer, &QTimer::timeout, this, &XhrMessageSender::flushQueue);
 }
 
