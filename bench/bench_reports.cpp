@@ -1,8 +1,10 @@
 // Cost of building and serialising one report of each kind, and of one flush of 1, 10 and 100
 // queued reports (one of them a 20 KB screenshot): serialising the batch alone, and posting it
-// to the local service over loopback HTTP.
+// to the local service over loopback HTTP. Also the cost of reading an agent command object of
+// 10, 10 000 and 100 000 keys, which must grow linearly.
 #include "Api/HttpUtil.h"
 #include "Config/ApplicationConfigWrapper.h"
+#include "Core/JsonUtils.h"
 #include "LocalService.h"
 #include "Network/MessageSender.h"
 
@@ -121,6 +123,20 @@ void flushPost(benchmark::State &state)
     }
 }
 BENCHMARK(flushPost)->Arg(1)->Arg(10)->Arg(100)->Unit(benchmark::kMicrosecond);
+
+void parseCommand(benchmark::State &state)
+{
+    QByteArray text = "{";
+    for (int i = 0; i < state.range(0); ++i)
+        text += "\"k" + QByteArray::number(i) + "\":0,";
+    text += R"("x":300,"y":600})";
+    for (auto _ : state) {
+        const auto value = JsonUtils::parse(text);
+        benchmark::DoNotOptimize(value->size());
+    }
+    state.counters["bytes"] = double(text.size());
+}
+BENCHMARK(parseCommand)->Arg(10)->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMicrosecond);
 } // namespace
 
 int main(int argc, char **argv)

@@ -131,6 +131,7 @@ void WebSocketEndpoint::receiveBinary(QWebSocket *socket, const QByteArray &fram
     m_registry->addReports(visitId, *list,
                            Report::stamp(visitId, Transport::WebSocket, connection->query,
                                          QDateTime::currentDateTimeUtc()));
+    Q_EMIT frameReceived(visitId, list->messages_size());
 }
 
 void WebSocketEndpoint::receiveText(QWebSocket *socket, const QString &frame)

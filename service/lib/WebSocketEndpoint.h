@@ -54,6 +54,8 @@ public:
 Q_SIGNALS:
     void connected(const QString &visitId);
     void disconnected(const QString &visitId, QWebSocketProtocol::CloseCode code);
+    /// A binary frame decoded into reportCount reports.
+    void frameReceived(const QString &visitId, int reportCount);
     void frameRejected(const QString &visitId, const QString &reason);
 
 private:

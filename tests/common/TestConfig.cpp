@@ -8,6 +8,7 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QStandardPaths>
 
 using namespace Qt::StringLiterals;
 
@@ -21,6 +22,8 @@ void TestConfig::use(const QString &host, const std::optional<QString> &httpProt
                      const std::optional<QString> &webSocketProtocol,
                      const std::optional<QString> &cdnHost)
 {
+    // The device identifier goes where Qt keeps test data, not into the user's own folders.
+    QStandardPaths::setTestModeEnabled(true);
     QJsonObject object{{u"Hostname"_s, host}, {u"CdnHostname"_s, cdnHost.value_or(host)}};
     if (httpProtocol)
         object.insert(u"HttpProtocol"_s, *httpProtocol);

@@ -5,7 +5,8 @@
 
 #include <optional>
 
-/// Writes a kit config file and makes the kit read it; points the kit's server at host.
+/// Writes a kit config file and makes the kit read it; points the kit's server at host. Also
+/// switches QStandardPaths to test mode.
 class TestConfig
 {
 public:

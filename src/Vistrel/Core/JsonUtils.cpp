@@ -47,7 +47,10 @@ std::optional<Json> JsonUtils::parse(const QByteArray &bytes, QString *error)
         return std::nullopt;
     }
     try {
-        return Json::parse(bytes.constBegin(), bytes.constEnd());
+        // Parsed into sorted maps, then copied: an ordered object looks each new key up one by
+        // one, so an object of many keys would take quadratic time. Key order read from the
+        // network carries no meaning; only the order the kit writes does.
+        return Json(nlohmann::json::parse(bytes.constBegin(), bytes.constEnd()));
     } catch (const Json::exception &e) {
         if (error)
             *error = QString::fromUtf8(e.what());

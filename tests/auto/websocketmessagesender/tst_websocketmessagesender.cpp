@@ -4,6 +4,7 @@
 #include "WebSocketEndpoint.h"
 
 #include <QSignalSpy>
+#include <QTcpServer>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -50,6 +51,8 @@ private Q_SLOTS:
     void sendsOneFramePerReportWhileOpen();
     void reconnectsAfterADrop_data();
     void reconnectsAfterADrop();
+    void stopCancelsAPendingReconnect();
+    void noRetryWhenTheFirstConnectionFails_data();
     void noRetryWhenTheFirstConnectionFails();
     void textFrames_data();
     void textFrames();
@@ -77,9 +80,13 @@ void tst_WebSocketMessageSender::sendsOneFramePerReportWhileOpen()
     QCOMPARE(handshakes.size(), 1);
     QCOMPARE(handshakes.first().header("X-OV-SSID"), visit.sessionId->toUtf8());
 
+    QSignalSpy frames(f.service.webSockets(), &WebSocketEndpoint::frameReceived);
     for (const QString &text : {u"a"_s, u"b"_s, u"c"_s})
         QCOMPARE(f.send(text), QString());
     QVERIFY(f.service.waitForReports(f.visitId(), 3));
+    QCOMPARE(frames.size(), 3);
+    for (const auto &frame : frames)
+        QCOMPARE(frame.at(1).toInt(), 1);
     const auto reports = f.service.visit(f.visitId())->reports();
     QCOMPARE(reports.size(), 3);
     for (int i = 0; i < 3; ++i) {
@@ -135,17 +142,54 @@ void tst_WebSocketMessageSender::reconnectsAfterADrop()
     QVERIFY(f.service.waitForReports(f.visitId(), 1, 30000));
 }
 
+void tst_WebSocketMessageSender::stopCancelsAPendingReconnect()
+{
+    QStringList lines;
+    Fixture f;
+    QVERIFY(f.startAndWaitOpen());
+    // Stopped between the drop and the reopen it queued.
+    Log::setListener([&f, &lines](const QString &line) {
+        lines.append(line);
+        if (line.endsWith(u"Connect again"_s))
+            f.sender.stop();
+    });
+    QCOMPARE(f.service.webSockets()->dropConnections(f.visitId()), 1);
+    QTRY_VERIFY(!lines.filter(u"Delete sent"_s).isEmpty());
+    QTest::qWait(500);
+    QCOMPARE(f.service.requests(WebSocketEndpoint::Path.toString()).size(), 1);
+    QVERIFY(lines.filter(u"Connection opened"_s).isEmpty());
+    QCOMPARE(f.send(u"after stop"_s), u"StringError(mMsg: \"Sender is closed\")"_s);
+}
+
+void tst_WebSocketMessageSender::noRetryWhenTheFirstConnectionFails_data()
+{
+    QTest::addColumn<bool>("silentPeer");
+    QTest::newRow("handshake refused") << false;
+    // Accepts the connection and never answers the handshake.
+    QTest::newRow("handshake times out") << true;
+}
+
 void tst_WebSocketMessageSender::noRetryWhenTheFirstConnectionFails()
 {
+    QFETCH(bool, silentPeer);
     Fixture f;
-    f.service.webSockets()->setAdmission(WebSocketEndpoint::Admission::Refuse);
+    QTcpServer silent;
+    if (silentPeer) {
+        QVERIFY(silent.listen(QHostAddress::LocalHost));
+        f.config->config().hostname = u"127.0.0.1:"_s + QString::number(silent.serverPort());
+        f.sender.setConnectTimeout(300);
+    } else {
+        f.service.webSockets()->setAdmission(WebSocketEndpoint::Admission::Refuse);
+    }
     f.start();
     QTRY_COMPARE(f.errors, 1);
+    if (silentPeer)
+        QVERIFY(f.log.contains(u"Connection closed with unknown error"_s));
     QTest::qWait(500);
     QCOMPARE(f.errors, 1);
     QCOMPARE(f.successes, 0);
     QVERIFY(!f.log.contains(u"Connect again"_s));
-    QCOMPARE(f.service.requests(WebSocketEndpoint::Path.toString()).size(), 1);
+    QCOMPARE(f.service.requests(WebSocketEndpoint::Path.toString()).size(), silentPeer ? 0 : 1);
 }
 
 void tst_WebSocketMessageSender::textFrames_data()
@@ -161,6 +205,11 @@ void tst_WebSocketMessageSender::textFrames_data()
     QTest::newRow("number") << "42"_ba << notDict + u"42"_s << 0;
     QTest::newRow("not JSON") << "{oops"_ba << notJson + u"{oops"_s << 0;
     QTest::newRow("deeply nested") << QByteArray(5000, '[') << notJson + u"[[["_s << 0;
+    // Read in time linear in its size (an ordered reader would take minutes).
+    QByteArray manyKeys = "{";
+    for (int i = 0; i < 200'000; ++i)
+        manyKeys += "\"k" + QByteArray::number(i) + "\":0,";
+    QTest::newRow("200 000 keys") << manyKeys + R"("x":3})"_ba << QString() << 1;
 }
 
 void tst_WebSocketMessageSender::textFrames()

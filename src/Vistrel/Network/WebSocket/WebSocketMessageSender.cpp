@@ -24,7 +24,11 @@ WebSocketMessageSender::WebSocketMessageSender(ApplicationConfigWrapper *applica
           u"%1://%2/api/in/imws?tId=%3&sId=%4&vId=%5&t=%6&id=%7&shrId=%8&vsId=%9&url=%10&fsTy=%11"_s)
     , m_httpUtil(httpUtil)
     , m_parser(parser)
-{}
+{
+    m_connectTimer.setSingleShot(true);
+    m_connectTimer.setInterval(HttpUtil::TimeoutMs);
+    connect(&m_connectTimer, &QTimer::timeout, this, &WebSocketMessageSender::onConnectTimeout);
+}
 
 WebSocketMessageSender::~WebSocketMessageSender()
 {
@@ -65,8 +69,11 @@ void WebSocketMessageSender::start(const QString &url, Callback onSuccess, Callb
     m_request.setTransferTimeout(HttpUtil::TimeoutMs);
     m_httpUtil->addSessionHeader(m_request);
 
-    if (m_socket)
+    if (m_socket) {
         m_socket->disconnect(this);
+        // This may run inside one of the old socket's own signals: it goes once that returned.
+        m_socket.release()->deleteLater();
+    }
     m_socket = std::make_unique<QWebSocket>();
     connect(m_socket.get(), &QWebSocket::connected, this, &WebSocketMessageSender::onConnected);
     connect(m_socket.get(), &QWebSocket::disconnected, this,
@@ -76,6 +83,13 @@ void WebSocketMessageSender::start(const QString &url, Callback onSuccess, Callb
     connect(m_socket.get(), &QWebSocket::binaryMessageReceived, this,
             [] { Log::warning(u"Received unexpected binary data"_s); });
     m_closingByUs = false;
+    open();
+}
+
+void WebSocketMessageSender::open()
+{
+    m_timedOut = false;
+    m_connectTimer.start();
     m_socket->open(m_request);
 }
 
@@ -83,7 +97,8 @@ void WebSocketMessageSender::stop()
 {
     MessageSender::stop();
     m_wasSuccessfulOnce = false;
-    if (m_socket) {
+    // A closed socket emits nothing more, so only a live one leaves a close of ours to expect.
+    if (m_socket && m_socket->state() != QAbstractSocket::UnconnectedState) {
         m_closingByUs = true;
         m_socket->close(QWebSocketProtocol::CloseCodeNormal);
     }
@@ -111,6 +126,7 @@ void WebSocketMessageSender::send(const QString &, const ProtoMessage &message,
 
 void WebSocketMessageSender::onConnected()
 {
+    m_connectTimer.stop();
     Log::debug(u"Connection opened"_s);
     m_wasSuccessfulOnce = true;
     if (m_successCallback)
@@ -123,10 +139,11 @@ void WebSocketMessageSender::onDisconnected()
 {
     // A close we asked for carries no error. Otherwise a failed socket is an error of its own, and
     // a close frame from the service is an error carrying its code.
+    m_connectTimer.stop();
     bool hasError = false;
     if (!m_closingByUs) {
         hasError = true;
-        if (m_socket->error() != QAbstractSocket::UnknownSocketError) {
+        if (m_timedOut || m_socket->error() != QAbstractSocket::UnknownSocketError) {
             Log::warning(u"Connection closed with unknown error"_s);
         } else if (m_socket->closeCode() == QWebSocketProtocol::CloseCodeNormal) {
             Log::debug(u"Connection closed"_s);
@@ -135,15 +152,17 @@ void WebSocketMessageSender::onDisconnected()
         }
     }
     m_closingByUs = false;
+    m_timedOut = false;
 
     if (hasError && m_wasSuccessfulOnce) {
         Log::debug(u"Connect again"_s);
+        QPointer<WebSocketMessageSender> self(this);
         QPointer<QWebSocket> socket(m_socket.get());
-        const QNetworkRequest request = m_request;
-        // Queued, so the socket has finished closing before it opens again.
-        MainQueue::async([socket, request] {
-            if (socket)
-                socket->open(request);
+        // Queued, so the socket has finished closing before it opens again. A stop() or start()
+        // in between cancels it.
+        MainQueue::async([self, socket] {
+            if (self && socket && self->m_socket.get() == socket && self->m_wasSuccessfulOnce)
+                self->open();
         });
     }
 
@@ -151,6 +170,13 @@ void WebSocketMessageSender::onDisconnected()
         m_errorCallback();
     m_errorCallback = nullptr;
     m_successCallback = nullptr;
+}
+
+void WebSocketMessageSender::onConnectTimeout()
+{
+    // Aborting emits disconnected at once, which reports the failure like any other.
+    m_timedOut = true;
+    m_socket->abort();
 }
 
 void WebSocketMessageSender::handleText(const QString &text)

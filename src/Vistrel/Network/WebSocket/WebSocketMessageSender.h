@@ -3,6 +3,7 @@
 #include "Network/MessageSender.h"
 
 #include <QNetworkRequest>
+#include <QTimer>
 #include <QWebSocket>
 
 #include <memory>
@@ -36,24 +37,32 @@ public:
     /// The URL start() connects to (values inserted unescaped).
     QString buildUrl(const QString &url) const;
     bool wasSuccessfulOnce() const { return m_wasSuccessfulOnce; }
+    /// How long an opening handshake may take before it counts as a failed connection (60 s,
+    /// like every request of the kit).
+    void setConnectTimeout(int milliseconds) { m_connectTimer.setInterval(milliseconds); }
     QWebSocket *socket() const { return m_socket.get(); }
 
     /// Handles one text frame from the service.
     void handleText(const QString &text);
 
 private:
+    void open();
     void onConnected();
     void onDisconnected();
+    void onConnectTimeout();
 
     const QString m_urlTemplate;
     HttpUtil *m_httpUtil;
     BidirectionalMessageParser *m_parser;
     std::unique_ptr<QWebSocket> m_socket;
     QNetworkRequest m_request;
+    // QWebSocket ignores the request's transfer time-out and has no handshake time-out of its own.
+    QTimer m_connectTimer;
     Callback m_successCallback;
     Callback m_errorCallback;
     bool m_wasSuccessfulOnce = false;
     bool m_closingByUs = false;
+    bool m_timedOut = false;
 };
 
 } // namespace VistrelKit
