@@ -2,7 +2,10 @@
 
 #include "Config/ApplicationConfigWrapper.h"
 #include "Core/Injection.h"
+#include "Core/Log.h"
 #include "Vistrel/Vistrel.h"
+
+using namespace Qt::StringLiterals;
 
 namespace VistrelKit {
 
@@ -11,12 +14,20 @@ Vistrel *session()
 {
     return Injection::getContainer().resolveOrLog<Vistrel>();
 }
+
+void startSession(Vistrel *vistrel)
+{
+    vistrel->start([](const std::optional<Error> &error) {
+        if (error)
+            Log::error(u"Error when starting Vistrel: "_s + error->description());
+    });
+}
 } // namespace
 
 void OrvaneVistrel::start()
 {
     if (Vistrel *vistrel = session())
-        vistrel->start();
+        startSession(vistrel);
 }
 
 void OrvaneVistrel::start(const QString &tenantId, const QString &token)
@@ -29,7 +40,7 @@ void OrvaneVistrel::start(const QString &tenantId, const QString &token)
         return;
     wrapper->config().tenantId = tenantId;
     wrapper->config().token = token;
-    vistrel->start();
+    startSession(vistrel);
 }
 
 void OrvaneVistrel::stop()
@@ -52,8 +63,12 @@ QString OrvaneVistrel::shareId() const
 
 void OrvaneVistrel::tag(const QString &text)
 {
-    if (Vistrel *vistrel = session())
-        vistrel->tag(text);
+    if (Vistrel *vistrel = session()) {
+        vistrel->tag(text, [](const std::optional<Error> &error) {
+            if (error)
+                Log::error(u"Cannot tag session: "_s + error->description());
+        });
+    }
 }
 
 void OrvaneVistrel::registerCallbacks(std::function<void()> onStart, std::function<void()> onStop)

@@ -25,6 +25,7 @@ QPoint mapToRoot(QWidget *view, QWidget *root, const QPoint &point)
 
 void PrivacyUtils::maskPrivateViews(QImage &image, QWidget *root, const IOSConfig &config)
 {
+    QSet<int> tags;
     for (const QString &entry : config.blacklist) {
         bool ok = false;
         const int tag = entry.toInt(&ok, 10);
@@ -32,11 +33,22 @@ void PrivacyUtils::maskPrivateViews(QImage &image, QWidget *root, const IOSConfi
             Log::warning(u"Cannot convert tag to integer"_s);
             continue;
         }
-        if (QWidget *view = viewWithTag(root, tag))
+        tags.insert(tag);
+    }
+    // One walk for all tags, however long the list, and every widget that carries one: a tag is
+    // often reused, say by the password fields of two pages of one stack.
+    if (!tags.isEmpty()) {
+        const auto views = viewsWithTags(root, tags);
+        for (QWidget *view : views)
             maskView(view, root, image);
     }
-    for (const QString &className : config.blacklistClasses)
-        maskClass(root, className, image);
+    QSet<QString> classesDone;
+    for (const QString &className : config.blacklistClasses) {
+        if (!classesDone.contains(className)) {
+            classesDone.insert(className);
+            maskClass(root, className, image);
+        }
+    }
 }
 
 void PrivacyUtils::maskClass(QWidget *root, const QString &className, QImage &image)
@@ -82,17 +94,19 @@ QRectF PrivacyUtils::scaledOrigin(const QRectF &rect, qreal ratio)
     return QRectF(rect.x() / ratio, rect.y() / ratio, rect.width(), rect.height());
 }
 
-QWidget *PrivacyUtils::viewWithTag(QWidget *root, int tag)
+QList<QWidget *> PrivacyUtils::viewsWithTags(QWidget *root, const QSet<int> &tags)
 {
+    QList<QWidget *> found;
     bool ok = false;
-    if (root->property(TagProperty).toInt(&ok) == tag && ok)
-        return root;
+    const int tag = root->property(TagProperty).toInt(&ok);
+    if (ok && tags.contains(tag))
+        found.append(root);
     const auto children = root->findChildren<QWidget *>(Qt::FindDirectChildrenOnly);
     for (QWidget *child : children) {
-        if (QWidget *found = viewWithTag(child, tag))
-            return found;
+        if (!child->isHidden() && !child->isWindow())
+            found.append(viewsWithTags(child, tags));
     }
-    return nullptr;
+    return found;
 }
 
 bool PrivacyUtils::isKnownClass(const QString &className)

@@ -4,6 +4,7 @@
 
 #include <QImage>
 #include <QRectF>
+#include <QSet>
 #include <QStringList>
 
 class QWidget;
@@ -22,7 +23,8 @@ public:
     static constexpr const char *TagProperty = "vistrelTag";
 
     /// Masks image (a rendering of root, in root's coordinates, with root's device pixel ratio):
-    /// first every tag of config.blacklist, then every class of config.blacklistClasses.
+    /// first every shown widget carrying a tag of config.blacklist, then every class of
+    /// config.blacklistClasses.
     static void maskPrivateViews(QImage &image, QWidget *root, const IOSConfig &config);
     /// Masks every widget under root that is of className.
     static void maskClass(QWidget *root, const QString &className, QImage &image);
@@ -30,8 +32,9 @@ public:
     /// ratio, the size is not (the service's masking settings assume it).
     static void mask(QImage &image, const QRectF &rect);
 
-    /// The widget carrying tag: root itself or its first descendant, depth first.
-    static QWidget *viewWithTag(QWidget *root, int tag);
+    /// Every shown widget carrying one of tags: root itself and its descendants, depth first,
+    /// parents before children. Hidden widgets and other windows are left out with what they hold.
+    static QList<QWidget *> viewsWithTags(QWidget *root, const QSet<int> &tags);
     /// Whether any class of that name is known: registered as a pointer meta type
     /// (qRegisterMetaType<T *>()) or the class of a live widget or one of its bases.
     static bool isKnownClass(const QString &className);

@@ -31,12 +31,9 @@ Vistrel::Vistrel(InitSender *initSender, MessageSenderManager *messageSenderMana
     , m_healthCheck(healthCheck)
 {}
 
-void Vistrel::start()
+void Vistrel::start(ErrorCompletion completion)
 {
-    start(std::nullopt, false, [](const std::optional<Error> &error) {
-        if (error)
-            Log::error(u"Error when starting Vistrel: "_s + error->description());
-    });
+    start(std::nullopt, false, std::move(completion));
 }
 
 void Vistrel::start(const std::optional<QString> &sessionId, ErrorCompletion completion)
@@ -175,11 +172,14 @@ void Vistrel::restart()
     m_applicationConfig->config().visitConfig.visitId = IdUtils::newUuid();
     QPointer<Vistrel> self(this);
     // Whatever the outcome, the session counts as running again and sends a full screenshot.
-    sessionStart(false, [self](const std::optional<Error> &) {
+    sessionStart(false, [self](const std::optional<Error> &error) {
         if (!self)
             return;
         self->m_isRunning = true;
         self->m_viewMonitor->resetLastScreenshot();
+        // The host was told of the stop above; it hears of the session's return too.
+        if (!error)
+            self->m_startCallback();
     });
 }
 
@@ -193,21 +193,15 @@ QString Vistrel::shareId() const
     return m_applicationConfig->config().vistrelConfig.shareId.value_or(QString());
 }
 
-void Vistrel::tag(const QString &text)
+void Vistrel::tag(const QString &text, ErrorCompletion completion)
 {
-    const auto log = [](const Error &error) {
-        Log::error(u"Cannot tag session: "_s + error.description());
-    };
     if (!m_messageSender) {
-        log(StringError(u"Cannot tag session without message sender"_s));
+        completion(StringError(u"Cannot tag session without message sender"_s));
         return;
     }
     m_messageSender->sendTag(text,
                              m_applicationConfig->config().vistrelConfig.startTime.value_or(0),
-                             [log](const std::optional<Error> &error) {
-                                 if (error)
-                                     log(*error);
-                             });
+                             std::move(completion));
 }
 
 void Vistrel::registerCallbacks(Callback onStart, Callback onStop)

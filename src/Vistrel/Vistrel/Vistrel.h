@@ -33,8 +33,9 @@ public:
             ViewMonitor *viewMonitor, ApplicationConfigWrapper *applicationConfig,
             PingSender *pingSender, HealthCheck *healthCheck, QObject *parent = nullptr);
 
-    /// A new visit, share id and start time, then the session start. Failures are logged.
-    void start();
+    /// A new visit, share id and start time, then the session start. "Vistrel is already
+    /// started" and the session start's errors go to the completion.
+    void start(ErrorCompletion completion);
     /// The start of a co-browsing session: the visit is rebuilt on sessionId (a new session
     /// when absent) and monitoring is forced. "Vistrel is already started" and the session
     /// start's errors go to the completion.
@@ -51,9 +52,9 @@ public:
     /// Whether the screen is being recorded.
     bool connected() const;
     QString shareId() const;
-    /// Sends a free tag over the live transport.
-    void tag(const QString &text);
-    /// Called after each successful start and after each stop.
+    /// Sends a free tag over the live transport; a failure goes to the completion.
+    void tag(const QString &text, ErrorCompletion completion);
+    /// Called after each successful start (a restart's too) and after each stop.
     void registerCallbacks(Callback onStart, Callback onStop);
 
     bool isRunning() const { return m_isRunning; }

@@ -40,7 +40,7 @@ private Q_SLOTS:
 
 private:
     /// Queues the agent's tap on the service and waits until the device has carried it out.
-    bool tapAsAgent(const QPoint &pixel)
+    bool tapAsAgent(const QPointF &pixel)
     {
         if (!f->service.queueCommand(f->visitId(),
                                      QJsonObject{{u"x"_s, pixel.x()}, {u"y"_s, pixel.y()}}))
@@ -58,26 +58,27 @@ private:
 
 void tst_ClickUtil::tapHitsTheWidgetThere_data()
 {
-    QTest::addColumn<QPoint>("pixel");
+    QTest::addColumn<QPointF>("pixel");
     QTest::addColumn<QString>("found"); // class name; empty: nothing
     QTest::addColumn<QString>("focus");
 
     // The window is 320 × 240 units, 640 × 480 device pixels; the button covers units
     // 40..139 × 30..69, device pixels 80..279 × 60..139.
-    QTest::newRow("button's first pixel") << QPoint(80, 60) << u"QPushButton"_s << u"start"_s;
-    QTest::newRow("button's last pixel") << QPoint(279, 139) << u"QPushButton"_s << u"start"_s;
-    QTest::newRow("left of the button") << QPoint(79, 100) << u"QWidget"_s << u"start"_s;
-    QTest::newRow("line edit takes the focus") << QPoint(100, 220) << u"QLineEdit"_s << u"edit"_s;
-    QTest::newRow("label does not") << QPoint(100, 320) << u"QLabel"_s << u"start"_s;
-    QTest::newRow("window's last pixel") << QPoint(639, 479) << u"QWidget"_s << u"start"_s;
-    QTest::newRow("right of the window") << QPoint(640, 100) << QString() << u"start"_s;
-    QTest::newRow("below the window") << QPoint(100, 480) << QString() << u"start"_s;
-    QTest::newRow("negative") << QPoint(-4, 10) << QString() << u"start"_s;
+    QTest::newRow("button's first pixel") << QPointF(80, 60) << u"QPushButton"_s << u"start"_s;
+    QTest::newRow("button's last pixel") << QPointF(279, 139) << u"QPushButton"_s << u"start"_s;
+    QTest::newRow("left of the button") << QPointF(79, 100) << u"QWidget"_s << u"start"_s;
+    QTest::newRow("line edit takes the focus") << QPointF(100, 220) << u"QLineEdit"_s << u"edit"_s;
+    QTest::newRow("label does not") << QPointF(100, 320) << u"QLabel"_s << u"start"_s;
+    QTest::newRow("window's last pixel") << QPointF(639, 479) << u"QWidget"_s << u"start"_s;
+    QTest::newRow("right of the window") << QPointF(640, 100) << QString() << u"start"_s;
+    QTest::newRow("below the window") << QPointF(100, 480) << QString() << u"start"_s;
+    QTest::newRow("negative") << QPointF(-4, 10) << QString() << u"start"_s;
+    QTest::newRow("beyond any int") << QPointF(1e12, -1e12) << QString() << u"start"_s;
 }
 
 void tst_ClickUtil::tapHitsTheWidgetThere()
 {
-    QFETCH(QPoint, pixel);
+    QFETCH(QPointF, pixel);
     QFETCH(QString, found);
     QFETCH(QString, focus);
     auto *button = new QPushButton(u"Pay"_s, &f->screen);

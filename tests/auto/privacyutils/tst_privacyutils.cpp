@@ -69,11 +69,11 @@ void tst_PrivacyUtils::masksInTheSentScreenshot_data()
     QTest::addColumn<QStringList>("masked");
     QTest::addColumn<QString>("warning"); // empty: none at all
 
-    QTest::newRow("tags: nested, on a page not shown, on no widget")
-        << QStringList{u"7"_s, u"9"_s, u"11"_s, u"42"_s} << QStringList()
-        << QStringList{u"secret"_s, u"nested"_s} << QString();
+    QTest::newRow("tags: reused, nested, also on a page not shown, on no widget")
+        << QStringList{u"7"_s, u"9"_s, u"42"_s} << QStringList()
+        << QStringList{u"secret"_s, u"twin"_s, u"nested"_s} << QString();
     QTest::newRow("tag that is not a number")
-        << QStringList{u"abc"_s, u"7"_s} << QStringList() << QStringList{u"secret"_s}
+        << QStringList{u"abc"_s, u"7"_s} << QStringList() << QStringList{u"secret"_s, u"twin"_s}
         << u"[WARNING] PrivacyUtils: Cannot convert tag to integer"_s;
     QTest::newRow("classes: subclassed, nested, in a namespace, without an instance")
         << QStringList() << QStringList{u"SecretField"_s, u"Payments::IbanField"_s, u"AuditBadge"_s}
@@ -109,18 +109,20 @@ void tst_PrivacyUtils::masksInTheSentScreenshot()
         if (auto *edit = qobject_cast<QLineEdit *>(widget))
             edit->setText(u"4111 1111"_s);
     };
-    place(new QLineEdit, &window, u"secret"_s, {10, 10, 90, 30}, 7);
-    place(new QLineEdit, &window, u"control"_s, {105, 10, 90, 30});
-    place(new SecretField, &window, u"field"_s, {200, 10, 90, 30});
-    place(new PinField, &window, u"pin"_s, {295, 10, 90, 30});
-    place(new Payments::IbanField, &window, u"iban"_s, {10, 60, 90, 30});
-    // Masking a private field on a page not shown would black out the page shown instead.
+    // Masking a private field on a page not shown would black out the page shown instead. It
+    // comes first, so the tag's other widgets must still be found.
     auto *pages = new QStackedWidget(&window);
     pages->setGeometry(105, 60, 90, 30);
     pages->addWidget(new QWidget);
     auto *hidden = new QLineEdit;
     pages->addWidget(hidden);
-    place(hidden, nullptr, u"hidden"_s, pages->rect(), 11);
+    place(hidden, nullptr, u"hidden"_s, pages->rect(), 7);
+    place(new QLineEdit, &window, u"secret"_s, {10, 10, 90, 30}, 7);
+    place(new QLineEdit, &window, u"control"_s, {105, 10, 90, 30});
+    place(new SecretField, &window, u"field"_s, {200, 10, 90, 30});
+    place(new PinField, &window, u"pin"_s, {295, 10, 90, 30});
+    place(new Payments::IbanField, &window, u"iban"_s, {10, 60, 90, 30});
+    place(new QLineEdit, &window, u"twin"_s, {10, 110, 90, 30}, 7);
     auto *container = new QFrame(&window);
     container->setGeometry(200, 150, 190, 140);
     place(new QLineEdit, container, u"nested"_s, {10, 10, 80, 30}, 9);

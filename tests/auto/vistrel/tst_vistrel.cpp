@@ -27,8 +27,9 @@ namespace {
 // Waits end as soon as their condition holds; a loaded machine under a sanitizer is slow.
 constexpr int patience = 30000;
 const QString initPath = u"/api/in/im/c"_s;
-const QString alreadyStarted = u"[ERROR] Vistrel: Error when starting Vistrel: StringError(mMsg: "
-                               u"\"Vistrel is already started\")"_s;
+const QString alreadyStarted =
+    u"[ERROR] OrvaneVistrel: Error when starting Vistrel: StringError(mMsg: "
+    u"\"Vistrel is already started\")"_s;
 const QString pingTask = u"[DEBUG] PingSender: Execute ping interval task"_s;
 
 void setApplicationState(Qt::ApplicationState state)
@@ -113,7 +114,8 @@ void tst_Vistrel::initTestCase()
     // No session ran in this process yet.
     QCOMPARE(facade()->shareId(), QString());
     facade()->tag(u"early"_s);
-    QVERIFY(m_log.contains(u"Cannot tag session without message sender"_s));
+    QVERIFY(m_log.contains(
+        u"[ERROR] OrvaneVistrel: Cannot tag session: StringError(mMsg: \"Cannot tag session without message sender\")"_s));
 }
 
 void tst_Vistrel::init()
@@ -186,20 +188,30 @@ void tst_Vistrel::startAndStop()
     QCOMPARE(currentVisit(), visitId);
     QCOMPARE(facade()->shareId(), shareId);
 
-    facade()->stop();
+    // A restart ends the visit and opens a new one in the same session; the host hears of both.
+    session()->restart();
     QCOMPARE(stopped, 1);
-    QVERIFY(!facade()->connected());
     QVERIFY(waitForEnd(visitId));
+    const QString restarted = currentVisit();
+    QVERIFY(restarted != visitId);
+    QCOMPARE(config().visitConfig.sessionId, visit.sessionId);
+    QVERIFY(m_service.waitFor([&] { return m_service.visit(restarted) != nullptr; }, patience));
+    QTRY_COMPARE(started, 2);
+
+    facade()->stop();
+    QCOMPARE(stopped, 2);
+    QVERIFY(!facade()->connected());
+    QVERIFY(waitForEnd(restarted));
     m_log.clear();
     facade()->stop();
     QCOMPARE(m_log.lines(), QStringList{u"[WARNING] Vistrel: Already stopped"_s});
-    QCOMPARE(stopped, 1);
+    QCOMPARE(stopped, 2);
 
     // Stopped means stopped: no ping fires any more, and the refused start sent no init.
     QTest::qWait(1500);
     QVERIFY(!m_log.contains(pingTask));
-    QCOMPARE(m_service.requests(initPath).size(), 1);
-    QCOMPARE(started, 1);
+    QCOMPARE(m_service.requests(initPath).size(), 2);
+    QCOMPARE(started, 2);
 }
 
 void tst_Vistrel::stopWhileStarting_data()

@@ -75,9 +75,15 @@ void BidirectionalMessageHandler::click(const BidirectionalMessage::Click &click
         // numbers travel.
         const qreal scale = controller->devicePixelRatioF();
         const QPointF point(qreal(float(click.x)) / scale, qreal(float(click.y)) / scale);
-        // The unit that holds the device pixel: rounding would move half a unit right and down.
-        const QPoint position(qFloor(point.x()), qFloor(point.y()));
-        QWidget *hit = ClickUtil::hitTest(controller, position);
+        // Outside the window nothing is hit; checked first, as far-off numbers don't fit an int.
+        QWidget *hit = nullptr;
+        QPoint position;
+        if (QRectF(controller->rect()).contains(point)) {
+            // The unit that holds the device pixel: rounding would move half a unit right and
+            // down.
+            position = QPoint(qFloor(point.x()), qFloor(point.y()));
+            hit = ClickUtil::hitTest(controller, position);
+        }
         if (!hit) {
             Log::warning(u"View not found"_s);
             return;
