@@ -6,6 +6,8 @@
 #include <QNetworkReply>
 #include <QUrl>
 
+#include <memory>
+
 using namespace Qt::StringLiterals;
 
 namespace VistrelKit {
@@ -63,28 +65,49 @@ void HttpUtil::deleteResource(const QString &url, Completion completion)
 
 void HttpUtil::send(QNetworkReply *reply, Completion completion)
 {
-    connect(reply, &QNetworkReply::finished, this, [reply, completion = std::move(completion)] {
-        reply->deleteLater();
-        // Qt reports HTTP error statuses as content (2xx) or server (4xx) errors, and 400 and
-        // 418 as a protocol error (302); those are replies. Everything else that failed never
-        // produced a whole reply.
-        const int code = reply->error();
-        const bool statusOnly = (code >= 201 && code <= 299) || (code >= 401 && code <= 499) ||
-                                code == QNetworkReply::ProtocolInvalidOperationError;
-        const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-        if ((code != QNetworkReply::NoError && !statusOnly) || !status.isValid()) {
-            completion(std::nullopt, std::nullopt,
-                       NetworkError(reply->error(), reply->errorString()));
-            return;
-        }
-        HttpResponse response;
-        response.statusCode = status.toInt();
-        response.headers = reply->rawHeaderPairs();
-        const QByteArray body = reply->readAll();
-        // An empty body counts as no body: callers tell "nothing came" from "something bad came".
-        completion(body.isEmpty() ? std::nullopt : std::optional<QByteArray>(body), response,
-                   std::nullopt);
-    });
+    // The transfer time-out only fires when data stops coming, so the size needs its own limit.
+    auto tooLarge = std::make_shared<bool>(false);
+    connect(reply, &QNetworkReply::downloadProgress, this,
+            [reply, tooLarge](qint64 bytesReceived, qint64 bytesTotal) {
+                if (*tooLarge || qMax(bytesReceived, bytesTotal) <= MaxReplyBytes)
+                    return;
+                *tooLarge = true;
+                reply->abort();
+            });
+    connect(reply, &QNetworkReply::finished, this,
+            [reply, tooLarge, completion = std::move(completion)] {
+                reply->deleteLater();
+                // The whole body may have arrived before the abort took effect: it is dropped
+                // all the same.
+                if (*tooLarge) {
+                    completion(std::nullopt, std::nullopt,
+                               NetworkError(QNetworkReply::OperationCanceledError,
+                                            u"Reply larger than %1 bytes"_s.arg(MaxReplyBytes)));
+                    return;
+                }
+                // Qt reports HTTP error statuses as content (2xx) or server (4xx) errors, 400
+                // and 418 as a protocol error (302) and 407 as a proxy error (105); those are
+                // replies. Everything else that failed never produced a whole reply.
+                const int code = reply->error();
+                const bool statusOnly = (code >= 201 && code <= 299) ||
+                                        (code >= 401 && code <= 499) ||
+                                        code == QNetworkReply::ProtocolInvalidOperationError ||
+                                        code == QNetworkReply::ProxyAuthenticationRequiredError;
+                const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+                if ((code != QNetworkReply::NoError && !statusOnly) || !status.isValid()) {
+                    completion(std::nullopt, std::nullopt,
+                               NetworkError(reply->error(), reply->errorString()));
+                    return;
+                }
+                HttpResponse response;
+                response.statusCode = status.toInt();
+                response.headers = reply->rawHeaderPairs();
+                const QByteArray body = reply->readAll();
+                // An empty body counts as no body: callers tell "nothing came" from "something
+                // bad came".
+                completion(body.isEmpty() ? std::nullopt : std::optional<QByteArray>(body),
+                           response, std::nullopt);
+            });
 }
 
 } // namespace VistrelKit

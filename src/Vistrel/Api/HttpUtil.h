@@ -29,6 +29,9 @@ public:
                                           const std::optional<NetworkError> &error)>;
 
     static constexpr int TimeoutMs = 60000;
+    /// Replies above this (the service's own request limit) are aborted as transport errors,
+    /// so a huge or endless body cannot exhaust memory.
+    static constexpr qint64 MaxReplyBytes = 16 * 1024 * 1024;
 
     explicit HttpUtil(ApplicationConfigWrapper *applicationConfig, QObject *parent = nullptr);
 

@@ -61,12 +61,17 @@ void tst_HttpUtil::request_data()
     QTest::newRow("GET in a visit, 418") << u"GET"_s << true << canned(418, "tea"_ba) << 0;
     QTest::newRow("DELETE in a visit, 404") << u"DELETE"_s << true << canned(404, "none"_ba) << 0;
     QTest::newRow("POST in a visit, 500") << u"POST"_s << true << canned(500, "boom"_ba) << 0;
+    QTest::newRow("GET before a visit, 407") << u"GET"_s << false << canned(407, "proxy"_ba) << 0;
     QTest::newRow("DELETE before a visit, 204 without body")
         << u"DELETE"_s << false << canned(204, {}) << 0;
     QTest::newRow("closed port") << u"GET"_s << false << CannedReply()
                                  << int(QNetworkReply::ConnectionRefusedError);
     QTest::newRow("connection dropped") << u"POST"_s << false << CannedReply::dropped()
                                         << int(QNetworkReply::RemoteHostClosedError);
+    // Aborted while it downloads, so the client never holds more than the limit.
+    QTest::newRow("reply above the size limit")
+        << u"GET"_s << false << canned(200, QByteArray(HttpUtil::MaxReplyBytes + 1, 'x'))
+        << int(QNetworkReply::OperationCanceledError);
 }
 
 void tst_HttpUtil::request()
@@ -105,6 +110,9 @@ void tst_HttpUtil::request()
     if (errorCode) {
         QVERIFY(delivery.error);
         QCOMPARE(int(delivery.error->code()), errorCode);
+        if (reply.body.size() > HttpUtil::MaxReplyBytes)
+            QCOMPARE(delivery.error->description(),
+                     u"Reply larger than %1 bytes"_s.arg(HttpUtil::MaxReplyBytes));
         QVERIFY(!delivery.body && !delivery.response);
         return;
     }
