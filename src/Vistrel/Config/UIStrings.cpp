@@ -3,6 +3,7 @@
 #include "Api/OrvaneAPI.h"
 
 #include <QLocale>
+#include <QPointer>
 
 using namespace Qt::StringLiterals;
 
@@ -31,25 +32,35 @@ QString UIStrings::get(const QString &key) const
 
 void UIStrings::load(const QString &languageCode, ErrorCompletion completion)
 {
+    // The reply may come after this object is gone; the caller still hears of it.
     m_orvaneAPI->strings(languageCode,
-                         [this, completion = std::move(completion)](const Result<Json> &result) {
+                         [self = QPointer<UIStrings>(this),
+                          completion = std::move(completion)](const Result<Json> &result) {
                              if (!result.isOk()) {
                                  completion(result.error());
                                  return;
                              }
-                             m_strings = flatten(result.value());
+                             if (self)
+                                 self->m_strings = flatten(result.value());
                              completion(std::nullopt);
                          });
 }
 
 QString UIStrings::preferredLanguage() const
 {
-    const QStringList languages = QLocale::system().uiLanguages();
-    if (languages.isEmpty() || languages.first().isEmpty())
-        return m_defaultLanguageCode;
+    return languageFor(QLocale::system().uiLanguages(), m_defaultLanguageCode);
+}
+
+QString UIStrings::languageFor(const QStringList &uiLanguages, const QString &fallback)
+{
+    if (uiLanguages.isEmpty())
+        return fallback;
     // The service keys its tables by language, so the region is dropped.
-    const QString first = languages.first();
-    return first.section(u'-', 0, 0).section(u'_', 0, 0).toLower();
+    const QString language = uiLanguages.first().section(u'-', 0, 0).section(u'_', 0, 0).toLower();
+    // Under the C/POSIX locale the system names no language at all.
+    if (language.isEmpty() || language == u"c"_s || language == u"posix"_s)
+        return fallback;
+    return language;
 }
 
 QHash<QString, Json> UIStrings::flatten(const Json &object)

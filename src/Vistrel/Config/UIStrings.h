@@ -7,6 +7,7 @@
 
 #include <QHash>
 #include <QObject>
+#include <QStringList>
 
 #include <optional>
 
@@ -32,6 +33,9 @@ public:
     void load(const QString &languageCode, ErrorCompletion completion);
     /// The language to ask for: the system's first UI language ("de" of "de-CH"), else "en".
     QString preferredLanguage() const;
+    /// The primary subtag of the first entry, lower case; fallback when that names no real
+    /// language (none, or the C/POSIX locale).
+    static QString languageFor(const QStringList &uiLanguages, const QString &fallback);
     QString defaultLanguageCode() const { return m_defaultLanguageCode; }
 
     /// {"ui": {"mobile": {"error": "x"}}} -> {"ui.mobile.error": "x"}; non-objects stay leaves.

@@ -33,6 +33,9 @@ private Q_SLOTS:
     void lookup();
     void reload_data();
     void reload();
+    void destroyedWhileLoading();
+    void language_data();
+    void language();
 
 private:
     // The error's text, or "ok".
@@ -116,6 +119,34 @@ void tst_UIStrings::reload()
     QCOMPARE(m_strings->get(u"other"_s), replaced ? u"Other"_s : u"other"_s);
     // Qt may send a GET again after a dropped connection.
     QCOMPARE(m_service.requests(u"/api/in/i18n"_s).last().queryValue(u"lang"_s), u"de"_s);
+}
+
+void tst_UIStrings::destroyedWhileLoading()
+{
+    bool completed = false;
+    m_strings->load(u"en"_s, [&completed](const std::optional<Error> &) { completed = true; });
+    m_strings.reset();
+    QTRY_VERIFY_WITH_TIMEOUT(completed, 30000);
+}
+
+void tst_UIStrings::language_data()
+{
+    QTest::addColumn<QStringList>("uiLanguages");
+    QTest::addColumn<QString>("expected");
+    // The C/POSIX locale names no language, so the default is asked for.
+    QTest::newRow("C") << QStringList{u"C"_s} << u"en"_s;
+    QTest::newRow("POSIX") << QStringList{u"POSIX"_s} << u"en"_s;
+    QTest::newRow("none") << QStringList() << u"en"_s;
+    QTest::newRow("region dropped") << QStringList{u"de-CH"_s, u"en"_s} << u"de"_s;
+    QTest::newRow("script and region dropped") << QStringList{u"zh-Hans-CN"_s} << u"zh"_s;
+    QTest::newRow("en-US") << QStringList{u"en-US"_s} << u"en"_s;
+}
+
+void tst_UIStrings::language()
+{
+    QFETCH(QStringList, uiLanguages);
+    QFETCH(QString, expected);
+    QCOMPARE(UIStrings::languageFor(uiLanguages, u"en"_s), expected);
 }
 
 QTEST_GUILESS_MAIN(tst_UIStrings)
