@@ -52,14 +52,18 @@ void ViewMonitor::start(MessageSender *messageSender, ErrorCompletion completion
 
     Log::debug(u"Schedule new timer"_s);
     QPointer<ViewMonitor> self(this);
-    MainQueue::async([self] {
-        if (self)
+    // What this start queued is dropped when a stop() comes first, even in this turn.
+    const auto stopped = [self, stops = m_stopCount] {
+        return !self || self->m_stopCount != stops;
+    };
+    MainQueue::async([self, stopped] {
+        if (!stopped())
             self->m_screenshotTimer =
                 repeatingTimer(ScreenshotIntervalMs, self, &ViewMonitor::screenshotTick);
     });
 
-    MainQueue::async([self, completion = std::move(completion)] {
-        if (!self)
+    MainQueue::async([self, stopped, completion = std::move(completion)] {
+        if (stopped())
             return;
         QWidget *root = ViewUtils::topViewController();
         if (!root) {
@@ -80,6 +84,7 @@ void ViewMonitor::start(MessageSender *messageSender, ErrorCompletion completion
 void ViewMonitor::stop()
 {
     Log::debug(u"Stop"_s);
+    ++m_stopCount;
     m_screenshotTimer.reset();
     m_viewChangeTimer.reset();
     QPointer<ViewMonitor> self(this);
@@ -145,8 +150,10 @@ void ViewMonitor::screenshotTick()
         return;
     }
     QPointer<ViewMonitor> self(this);
-    ViewUtils::withTopViewController([self, root](QWidget *controller) {
-        if (!self || !root)
+    ViewUtils::withTopViewController([self, root, stops = m_stopCount](QWidget *controller) {
+        // Another window on top by now: its widgets say nothing about what root shows, so root
+        // could not be masked. The next tick takes the new window.
+        if (!self || self->m_stopCount != stops || !root || controller != root)
             return;
         const QByteArray bytes = captureScreenshot(
             root, controller, self->m_applicationConfig->config().vistrelConfig.iosConfig);
@@ -166,9 +173,12 @@ void ViewMonitor::screenshotTick()
 
 void ViewMonitor::viewChangeTick()
 {
+    // No window, no screen to name: waiting for one would pile up a wait at every tick.
+    if (!ViewUtils::topViewController())
+        return;
     QPointer<ViewMonitor> self(this);
-    ViewUtils::withTopViewController([self](QWidget *controller) {
-        if (!self)
+    ViewUtils::withTopViewController([self, stops = m_stopCount](QWidget *controller) {
+        if (!self || self->m_stopCount != stops)
             return;
         const QString name = ViewUtils::viewName(controller);
         if (!self->m_lastView) {

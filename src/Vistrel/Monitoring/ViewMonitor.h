@@ -32,9 +32,11 @@ public:
     ~ViewMonitor() override;
 
     /// Starts the timers and the tap capture over the topmost window. The completion reports
-    /// "Cannot get root view" when no window is shown (the screenshot timer still runs).
+    /// "Cannot get root view" when no window is shown (the screenshot timer still runs). A stop()
+    /// before the timers are up drops it uncalled.
     void start(MessageSender *messageSender, ErrorCompletion completion);
-    /// Stops the timers now and the tap capture right after.
+    /// Stops the timers now and the tap capture right after; what a start() or a tick queued
+    /// before is dropped.
     void stop();
     /// Sends a page change with this name at once, when a sender is set.
     void reportPageChange(const QString &name);
@@ -72,6 +74,7 @@ private:
     QPointer<MessageSender> m_messageSender;
     std::unique_ptr<QTimer> m_screenshotTimer;
     std::unique_ptr<QTimer> m_viewChangeTimer;
+    quint64 m_stopCount = 0;
     std::optional<QByteArray> m_lastScreenshot;
     std::optional<QString> m_lastView;
     // The window whose taps are captured, and the press that may become a tap.

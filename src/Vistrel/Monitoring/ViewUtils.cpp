@@ -14,7 +14,9 @@ namespace VistrelKit {
 namespace {
 bool isScreenWindow(const QWidget *widget)
 {
-    if (!widget->isWindow() || !widget->isVisible() || widget->isMinimized())
+    // A window of no area shows nothing and cannot be rendered.
+    if (!widget->isWindow() || !widget->isVisible() || widget->isMinimized() ||
+        widget->size().isEmpty())
         return false;
     const Qt::WindowType type = widget->windowType();
     return type == Qt::Window || type == Qt::Dialog || type == Qt::Sheet;

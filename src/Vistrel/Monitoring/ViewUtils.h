@@ -16,7 +16,8 @@ class VISTREL_EXPORT ViewUtils
 {
 public:
     /// The active modal widget, else the active window, else the front-most visible top-level
-    /// window (the largest one: main windows are). Nothing when no window is shown.
+    /// window (the largest one: main windows are). Nothing when no window is shown; a window of
+    /// no area never counts.
     static QWidget *topViewController();
     /// Calls back on the GUI thread with the topmost window, retrying every 0.5 s until one exists.
     static void withTopViewController(std::function<void(QWidget *)> callback);

@@ -18,8 +18,9 @@ void PingSender::start(MessageSender *sender)
 {
     QPointer<PingSender> self(this);
     QPointer<MessageSender> target(sender);
-    MainQueue::async([self, target] {
-        if (!self)
+    // A stop() before the timer exists cancels it.
+    MainQueue::async([self, target, stops = m_stopCount] {
+        if (!self || self->m_stopCount != stops)
             return;
         self->m_sender = target;
         self->m_timer = std::make_unique<QTimer>();
@@ -31,6 +32,7 @@ void PingSender::start(MessageSender *sender)
 
 void PingSender::stop()
 {
+    ++m_stopCount;
     m_timer.reset();
 }
 

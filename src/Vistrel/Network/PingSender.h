@@ -23,7 +23,7 @@ public:
     /// Starts pinging through sender (on the GUI thread, after this call returns). A running
     /// timer is replaced.
     void start(MessageSender *sender);
-    /// Stops the timer.
+    /// Stops the timer, also one that a start() has not created yet.
     void stop();
     bool isRunning() const { return m_timer && m_timer->isActive(); }
     double pingInterval() const { return m_pingInterval; }
@@ -35,6 +35,7 @@ private:
     ApplicationConfigWrapper *m_applicationConfig;
     QPointer<MessageSender> m_sender;
     std::unique_ptr<QTimer> m_timer;
+    quint64 m_stopCount = 0;
 };
 
 } // namespace VistrelKit
