@@ -43,8 +43,12 @@ void ClickUtil::click(QWidget *view, const QPoint &position)
     if (QAbstractItemView *items = itemViewOf(view)) {
         const QModelIndex index = items->indexAt(view->mapTo(items->viewport(), position));
         if (index.isValid() && items->selectionModel()) {
+            // Selected where it is: the agent tapped what the user sees, so nothing scrolls.
+            const bool autoScroll = items->hasAutoScroll();
+            items->setAutoScroll(false);
             items->selectionModel()->setCurrentIndex(index, QItemSelectionModel::ClearAndSelect |
                                                                 QItemSelectionModel::Rows);
+            items->setAutoScroll(autoScroll);
         }
         return;
     }

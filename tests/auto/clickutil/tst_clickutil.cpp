@@ -7,6 +7,7 @@
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPushButton>
+#include <QScrollBar>
 #include <QSignalSpy>
 #include <QTableWidget>
 
@@ -113,6 +114,8 @@ void tst_ClickUtil::rowIsSelected_data()
     QTest::newRow("list") << u"list"_s << 3;
     QTest::newRow("table") << u"table"_s << 2;
     QTest::newRow("label in a table cell") << u"cell label"_s << 4;
+    // Half of it below the view's edge: selecting must not scroll it into view.
+    QTest::newRow("row cut off by the view's edge") << u"cut off"_s << 3;
 }
 
 void tst_ClickUtil::rowIsSelected()
@@ -120,25 +123,29 @@ void tst_ClickUtil::rowIsSelected()
     QFETCH(QString, kind);
     QFETCH(int, row);
     QAbstractItemView *view = nullptr;
-    if (kind == u"list"_s) {
+    if (kind == u"list"_s || kind == u"cut off"_s) {
         auto *list = new QListWidget(&f->screen);
-        list->addItems(QStringList(6, u"Item"_s));
+        list->addItems(QStringList(20, u"Item"_s));
         view = list;
     } else {
         view = new QTableWidget(6, 3, &f->screen);
     }
-    const QModelIndex target = view->model()->index(row, kind == u"list"_s ? 0 : 1);
+    const bool list = qobject_cast<QListWidget *>(view);
+    const QModelIndex target = view->model()->index(row, list ? 0 : 1);
     if (kind == u"cell label"_s)
         view->setIndexWidget(target, new QLabel(u"Edit"_s));
-    view->setGeometry(20, 20, 280, 200);
+    const int rowHeight = view->sizeHintForRow(0);
+    const int frame = 2 * view->frameWidth();
+    view->setGeometry(20, 20, 280, kind == u"cut off"_s ? frame + rowHeight * 7 / 2 : 200);
     view->setCurrentIndex(view->model()->index(0, 0));
     QSignalSpy clicked(view, &QAbstractItemView::clicked);
     QSignalSpy activated(view, &QAbstractItemView::activated);
     QVERIFY(f->showWindow());
 
-    const QRect cell = view->visualRect(target);
+    const QRect cell = view->visualRect(target).intersected(view->viewport()->rect());
     QVERIFY(!cell.isEmpty());
     QVERIFY(tapAsAgent(view->viewport()->mapTo(&f->screen, cell.center()) * 2));
+    QCOMPARE(view->verticalScrollBar()->value(), 0);
     QVERIFY(kind != u"cell label"_s || m_log.contains(foundView + u"QLabel("_s));
     const QModelIndexList rows = view->selectionModel()->selectedRows();
     QCOMPARE(rows.size(), 1);
