@@ -9,6 +9,7 @@
 #include "TestConfig.h"
 
 #include <QDateTime>
+#include <QGuiApplication>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
@@ -25,6 +26,11 @@ void runCase(const QString &name)
     int argc = 1;
     char arg0[] = "tst_fatal";
     char *argv[] = {arg0, nullptr};
+    if (name == u"screen size out of range"_s) {
+        QGuiApplication app(argc, argv);
+        InitSender::screenSize();
+        return;
+    }
     QCoreApplication app(argc, argv);
     QStandardPaths::setTestModeEnabled(true);
     ApplicationConfigWrapper wrapper;
@@ -66,24 +72,32 @@ private Q_SLOTS:
 void tst_Fatal::stopsTheProcess_data()
 {
     QTest::addColumn<bool>("homeIsAFile");
+    // The offscreen platform's screens, when the case needs a GUI.
+    QTest::addColumn<QByteArray>("screens");
     // Empty when the case must end normally.
     QTest::addColumn<QByteArray>("message");
     QTest::newRow("unparsable URL")
-        << false << R"(Cannot build a request for the URL "http://exa mple.com/api")"_ba;
+        << false << QByteArray()
+        << R"(Cannot build a request for the URL "http://exa mple.com/api")"_ba;
     QTest::newRow("config file without HttpProtocol")
-        << false << R"(Cannot build a request for the URL "://127.0.0.1:1/api/in/im/c")"_ba;
-    QTest::newRow("no screen") << false << "Cannot read the screen size"_ba;
-    QTest::newRow("negative report time") << false << "Report time is negative"_ba;
+        << false << QByteArray()
+        << R"(Cannot build a request for the URL "://127.0.0.1:1/api/in/im/c")"_ba;
+    QTest::newRow("screen size out of range")
+        << false << R"({"screens":[{"name":"Broken","width":-4,"height":800}]})"_ba
+        << "Screen size out of range: -4x800"_ba;
+    QTest::newRow("no screen") << false << QByteArray() << "Cannot read the screen size"_ba;
+    QTest::newRow("negative report time") << false << QByteArray() << "Report time is negative"_ba;
     // Test mode keeps the data location under $HOME: below a plain file nothing can be created,
     // not even by root.
     QTest::newRow("device identifier, location unwritable")
-        << true << "Cannot store the device identifier"_ba;
-    QTest::newRow("device identifier, location writable") << false << QByteArray();
+        << true << QByteArray() << "Cannot store the device identifier"_ba;
+    QTest::newRow("device identifier, location writable") << false << QByteArray() << QByteArray();
 }
 
 void tst_Fatal::stopsTheProcess()
 {
     QFETCH(bool, homeIsAFile);
+    QFETCH(QByteArray, screens);
     QFETCH(QByteArray, message);
     QTemporaryDir dir;
     QString home = dir.path();
@@ -94,6 +108,11 @@ void tst_Fatal::stopsTheProcess()
     }
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(u"HOME"_s, home);
+    if (!screens.isEmpty()) {
+        QFile file(dir.filePath(u"screens.json"_s));
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(screens) == screens.size());
+        environment.insert(u"QT_QPA_PLATFORM"_s, u"offscreen:configfile="_s + file.fileName());
+    }
     const ChildProcess::Outcome outcome =
         ChildProcess::run(QString::fromLatin1(QTest::currentDataTag()), environment);
     QVERIFY(outcome.finished);

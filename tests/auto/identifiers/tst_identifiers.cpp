@@ -78,6 +78,18 @@ void tst_Identifiers::shareIdAndStartTime()
     QCOMPARE(*config.startTime % 1000, 0);
     QVERIFY(*config.startTime >= before);
     QVERIFY(*config.startTime <= QDateTime::currentSecsSinceEpoch() * 1000);
+
+    // Two starts within one second share their start time (tried again across a second's end).
+    for (;;) {
+        const qint64 second = QDateTime::currentSecsSinceEpoch();
+        config.newShareIdAndStartTime();
+        const qint64 first = *config.startTime;
+        config.newShareIdAndStartTime();
+        if (QDateTime::currentSecsSinceEpoch() == second) {
+            QCOMPARE(*config.startTime, first);
+            break;
+        }
+    }
 }
 
 void tst_Identifiers::newVisit_data()

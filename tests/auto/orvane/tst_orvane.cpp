@@ -1,20 +1,72 @@
+#include "ChildProcess.h"
+#include "CoBrowsing/CoBrowsing.h"
 #include "Config/ApplicationConfigWrapper.h"
 #include "Core/Injection.h"
 #include "TestConfig.h"
+#include "Vistrel/Vistrel.h"
 
 #include <Vistrel/Orvane.h>
+#include <Vistrel/OrvaneCoBrowsing.h>
 #include <Vistrel/OrvaneConfiguration.h>
+#include <Vistrel/OrvaneVistrel.h>
 
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <cstdio>
+
 using namespace Qt::StringLiterals;
 using namespace VistrelKit;
+
+namespace {
+// Runs in a child process (see initMain): a fresh container in which one type cannot be built,
+// then every facade call that needs it. The log lines and the results go to standard output.
+void runCase(const QString &name)
+{
+    int argc = 1;
+    char arg0[] = "tst_orvane";
+    char *argv[] = {arg0, nullptr};
+    QCoreApplication app(argc, argv);
+    QStandardPaths::setTestModeEnabled(true);
+    TestConfig::use(u"127.0.0.1:1"_s);
+    Injection &container = Injection::getContainer();
+    const auto print = [](const QString &line) { std::printf("%s\n", qPrintable(line)); };
+    if (name == u"session"_s) {
+        container.registerSingleton<Vistrel>([](Injection &) { return nullptr; });
+        OrvaneVistrel *vistrel = Orvane::vistrel();
+        vistrel->start();
+        vistrel->start(u"tenant"_s, u"token"_s);
+        vistrel->tag(u"tag"_s);
+        vistrel->registerCallbacks({}, {});
+        vistrel->stop();
+        print(u"connected "_s + (vistrel->connected() ? u"true"_s : u"false"_s));
+        print(u"shareId \""_s + vistrel->shareId() + u'"');
+    } else if (name == u"co-browsing"_s) {
+        container.registerSingleton<CoBrowsing>([](Injection &) { return nullptr; });
+        OrvaneCoBrowsing *coBrowsing = Orvane::coBrowsing();
+        coBrowsing->start();
+        coBrowsing->stop();
+        print(u"shown "_s + (coBrowsing->isShown() ? u"true"_s : u"false"_s));
+    } else {
+        container.registerSingleton<ApplicationConfigWrapper>([](Injection &) { return nullptr; });
+        print(u"initConfig "_s + (Orvane::initConfig(u"t"_s, u"k"_s) ? u"given"_s : u"none"_s));
+    }
+}
+} // namespace
 
 class tst_Orvane : public QObject
 {
     Q_OBJECT
+public:
+    static void initMain()
+    {
+        if (ChildProcess::currentCase().isEmpty())
+            return;
+        runCase(ChildProcess::currentCase());
+        std::exit(0);
+    }
+
 private Q_SLOTS:
     void initTestCase()
     {
@@ -33,6 +85,8 @@ private Q_SLOTS:
     void customServers();
     void serverAndCdnFromConfigFile_data();
     void serverAndCdnFromConfigFile();
+    void facadeWithoutItsObject_data();
+    void facadeWithoutItsObject();
 
 private:
     ApplicationConfig &config() { return m_wrapper->config(); }
@@ -43,6 +97,7 @@ private:
 
 void tst_Orvane::initConfig()
 {
+    QCOMPARE(Orvane::vistrel(), Orvane::vistrel());
     VisitConfig &visit = config().visitConfig;
     visit = {u"old-visitor"_s, u"old-visit"_s, std::nullopt, std::nullopt};
     config().activeUserTag = ActiveUser();
@@ -135,6 +190,31 @@ void tst_Orvane::serverAndCdnFromConfigFile()
     configuration->setCdnServer(u"ignored.example"_s);
     QCOMPARE(configuration->cdnPath(), u"http://b/cdn"_s);
     QCOMPARE(configuration->server(), u"api.example:2"_s);
+}
+
+void tst_Orvane::facadeWithoutItsObject_data()
+{
+    QTest::addColumn<QStringList>("output");
+    const QString noSession = u"[ERROR] OrvaneVistrel: Cannot find instance of Vistrel"_s;
+    // Every call says why it did nothing, and the ones with a result give the empty one.
+    QTest::newRow("session") << (QStringList(5, noSession) << noSession << u"connected false"_s
+                                                           << noSession << u"shareId \"\""_s);
+    const QString noCoBrowsing = u"[ERROR] OrvaneCoBrowsing: Cannot get CoBrowsing instance"_s;
+    QTest::newRow("co-browsing") << QStringList{noCoBrowsing, noCoBrowsing, noCoBrowsing,
+                                                u"shown false"_s};
+    QTest::newRow("configuration") << QStringList{
+        u"[ERROR] Orvane: Cannot find instance of Application Config"_s, u"initConfig none"_s};
+}
+
+void tst_Orvane::facadeWithoutItsObject()
+{
+    QFETCH(QStringList, output);
+    // The process-wide container cannot be undone: each case gets a process of its own.
+    const ChildProcess::Outcome outcome =
+        ChildProcess::run(QString::fromLatin1(QTest::currentDataTag()));
+    QVERIFY2(outcome.finished && !outcome.crashed() && outcome.exitCode == 0,
+             outcome.standardError.constData());
+    QCOMPARE(QString::fromUtf8(outcome.standardOutput).split(u'\n', Qt::SkipEmptyParts), output);
 }
 
 QTEST_GUILESS_MAIN(tst_Orvane)

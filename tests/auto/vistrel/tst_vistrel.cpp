@@ -56,6 +56,10 @@ bool isScreenshot(const Report &report)
 class tst_Vistrel : public QObject
 {
     Q_OBJECT
+public:
+    // Screenshots are a third of the window in device pixels, not in units.
+    static void initMain() { qputenv("QT_SCALE_FACTOR", "2"); }
+
 private Q_SLOTS:
     void initTestCase();
     void init();
@@ -167,6 +171,12 @@ void tst_Vistrel::startAndStop()
     QVERIFY(!visitId.isEmpty());
     QCOMPARE(started, 1);
     QVERIFY(facade()->connected());
+    // A third of the window in device pixels, as the service decoded it.
+    const QList<Report> &sent = m_service.visit(visitId)->reports();
+    const auto shot = std::find_if(sent.cbegin(), sent.cend(), isScreenshot);
+    const QImage image = QImage::fromData(
+        QByteArray::fromStdString(shot->message.screenshotevent(0).image()), "JPEG");
+    QCOMPARE(image.size(), QSize(640 / 3, 480 / 3));
     QCOMPARE(config().vistrelConfig.iosConfig->blacklistClasses, QStringList{u"QLineEdit"_s});
 
     // The init announced the new visit, and the channel opened on it.

@@ -54,6 +54,7 @@ private Q_SLOTS:
     void stopCancelsAPendingReconnect();
     void noRetryWhenTheFirstConnectionFails_data();
     void noRetryWhenTheFirstConnectionFails();
+    void screenNameThatBreaksTheUrl();
     void textFrames_data();
     void textFrames();
 };
@@ -190,6 +191,19 @@ void tst_WebSocketMessageSender::noRetryWhenTheFirstConnectionFails()
     QCOMPARE(f.successes, 0);
     QVERIFY(!f.log.contains(u"Connect again"_s));
     QCOMPARE(f.service.requests(WebSocketEndpoint::Path.toString()).size(), silentPeer ? 0 : 1);
+}
+
+void tst_WebSocketMessageSender::screenNameThatBreaksTheUrl()
+{
+    Fixture f;
+    // Inserted unescaped, a space makes the URL invalid: nothing connects, no callback runs.
+    f.sender.start(
+        u"Main screen"_s, [&f] { ++f.successes; }, [&f] { ++f.errors; });
+    QVERIFY(f.log.contains(u"[WARNING] WebSocketMessageSender: Cannot construct URL"_s));
+    QTest::qWait(300);
+    QCOMPARE(f.successes + f.errors, 0);
+    QCOMPARE(f.service.requests(WebSocketEndpoint::Path.toString()).size(), 0);
+    QCOMPARE(f.send(u"lost"_s), u"StringError(mMsg: \"No socket found\")"_s);
 }
 
 void tst_WebSocketMessageSender::textFrames_data()

@@ -1,5 +1,6 @@
 #include "LogCapture.h"
 #include "Network/Xhr/XhrMessageSender.h"
+#include "Network/Xhr/XhrSender.h"
 #include "TransportFixture.h"
 
 #include <QTest>
@@ -48,6 +49,8 @@ class tst_XhrMessageSender : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
+    void url_data();
+    void url();
     void skipsEmptyFlushesAndBatchesInOrder();
     void reportAppendedDuringPostIsLost();
     void failedRequestEndsTheLoop_data();
@@ -57,10 +60,44 @@ private Q_SLOTS:
     void replies();
 };
 
+void tst_XhrMessageSender::url_data()
+{
+    QTest::addColumn<bool>("visit");
+    QTest::addColumn<QString>("screen");
+    QTest::addColumn<QString>("expected");
+    const QString base = u"http://host.example:1/api/ix/m?"_s;
+    QTest::newRow("visit") << true << u"Main"_s
+                           << base + u"id=V&sId=S&tId=T&vId=R&url=Main&fsTy=l"_s;
+    // The service reads the values as the device wrote them.
+    QTest::newRow("screen name unescaped")
+        << true << u"a&b c%41"_s << base + u"id=V&sId=S&tId=T&vId=R&url=a&b c%41&fsTy=l"_s;
+    QTest::newRow("nothing known")
+        << false << QString() << base + u"id=&sId=&tId=&vId=&url=&fsTy="_s;
+}
+
+void tst_XhrMessageSender::url()
+{
+    QFETCH(bool, visit);
+    QFETCH(QString, screen);
+    QFETCH(QString, expected);
+    TestConfig::use(u"host.example:1"_s);
+    ApplicationConfig config;
+    config.hostname = u"host.example:1"_s;
+    if (visit) {
+        config.tenantId = u"T"_s;
+        config.visitConfig = {u"R"_s, u"V"_s, u"S"_s, std::nullopt};
+        config.vistrelConfig.storageType = u"l"_s;
+    }
+    QCOMPARE(XhrSender::buildUrl(config, screen), expected);
+}
+
 void tst_XhrMessageSender::skipsEmptyFlushesAndBatchesInOrder()
 {
     Fixture f;
-    f.sender.start(u"Main"_s, nullptr, nullptr);
+    // This transport has no connection to report on: the callbacks are never called.
+    int callbacks = 0;
+    f.sender.start(
+        u"Main"_s, [&callbacks] { ++callbacks; }, [&callbacks] { ++callbacks; });
     QTRY_COMPARE(f.sender.currentInterval(), 0.1);
     QTest::qWait(600); // several flush cycles with nothing queued
     QCOMPARE(f.count(u"POST"_s), 0);
@@ -73,6 +110,7 @@ void tst_XhrMessageSender::skipsEmptyFlushesAndBatchesInOrder()
     QCOMPARE(f.count(u"POST"_s), 1);
     QCOMPARE(f.service.visit(f.visitId())->reports().first().url, u"Main"_s);
     QTRY_COMPARE(f.sender.queueSize(), 0);
+    QCOMPARE(callbacks, 0);
 }
 
 void tst_XhrMessageSender::reportAppendedDuringPostIsLost()
@@ -151,7 +189,7 @@ void tst_XhrMessageSender::replies_data()
     QTest::addColumn<bool>("warns");
 
     QTest::newRow("empty array") << "[]"_ba << 0 << false;
-    QTest::newRow("one command") << R"(["[{\"x\":300,\"y\":600}]"])"_ba << 1 << false;
+    QTest::newRow("one click") << R"(["[{\"x\":300,\"y\":600}]"])"_ba << 1 << false;
     QTest::newRow("a number ends silently") << R"([42, "[{\"a\":\"c\"}]"])"_ba << 0 << false;
     QTest::newRow("not an array") << R"({"x":1,"y":2})"_ba << 0 << false;
     QTest::newRow("non-object ends the rest")
@@ -177,6 +215,12 @@ void tst_XhrMessageSender::replies()
     // The reply is read in the same step that empties the queue.
     QTRY_COMPARE(f.sender.queueSize(), 0);
     QCOMPARE(f.handler.messages.size(), handled);
+    // The command object itself reached the parser.
+    if (body.contains("300"))
+        QCOMPARE(f.handler.messages.first().click,
+                 std::optional(BidirectionalMessage::Click{300, 600}));
+    else if (handled)
+        QCOMPARE(f.handler.messages.first().stop, std::optional(true));
     QCOMPARE(f.log.contains(u"[WARNING] XhrMessageSender: Cannot parse message"_s), warns);
 
     // Whatever the reply, the loop goes on.
