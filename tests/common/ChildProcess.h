@@ -5,12 +5,15 @@
 #include <QProcessEnvironment>
 #include <QString>
 
+#include <algorithm>
+#include <cstdlib>
+
 #include <sys/resource.h>
 
 /// Runs the current test binary again for one named case, for what must happen in a process of
 /// its own: something that stops the process on purpose, or state that only a fresh process has.
-/// The case travels in the environment; the suite's initMain() reads it with currentCase() and
-/// runs it before QtTest takes over, so the child never runs the suite's test functions.
+/// The case travels in the environment; the suite's initMain() runs it with runCaseAndExit()
+/// before QtTest takes over.
 namespace ChildProcess {
 
 inline constexpr char EnvironmentVariable[] = "VISTREL_TEST_CHILD_CASE";
@@ -31,6 +34,24 @@ struct Outcome
 inline QString currentCase()
 {
     return qEnvironmentVariable(EnvironmentVariable);
+}
+
+/// For a suite's initMain(): when this process was started for a case, runs it and exits, so the
+/// child never runs the test functions. The case builds its application from argc and argv, whose
+/// program name is the suite's (it names the application's data folders).
+template<size_t N>
+inline void runCaseAndExit(const char (&program)[N],
+                           void (*runCase)(const QString &name, int &argc, char **argv))
+{
+    const QString name = currentCase();
+    if (name.isEmpty())
+        return;
+    static char arg0[N];
+    std::copy_n(program, N, arg0);
+    static char *argv[] = {arg0, nullptr};
+    static int argc = 1;
+    runCase(name, argc, argv);
+    std::exit(0);
 }
 
 /// Runs the case in a child of this test binary and waits for it to end.

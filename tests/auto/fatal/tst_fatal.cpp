@@ -21,11 +21,8 @@ using namespace VistrelKit;
 
 namespace {
 // Runs in a child process (see initMain) and returns only if nothing stopped it.
-void runCase(const QString &name)
+void runCase(const QString &name, int &argc, char **argv)
 {
-    int argc = 1;
-    char arg0[] = "tst_fatal";
-    char *argv[] = {arg0, nullptr};
     if (name == u"screen size out of range"_s) {
         QGuiApplication app(argc, argv);
         InitSender::screenSize();
@@ -56,13 +53,7 @@ class tst_Fatal : public QObject
 {
     Q_OBJECT
 public:
-    static void initMain()
-    {
-        if (ChildProcess::currentCase().isEmpty())
-            return;
-        runCase(ChildProcess::currentCase());
-        std::exit(0);
-    }
+    static void initMain() { ChildProcess::runCaseAndExit("tst_fatal", runCase); }
 
 private Q_SLOTS:
     void stopsTheProcess_data();

@@ -29,6 +29,16 @@ std::optional<ActiveUser> user(const std::optional<QString> &id)
     user.email = u"ada@example.com"_s;
     return user;
 }
+
+void printVendorId(const QString &, int &argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    QStandardPaths::setTestModeEnabled(true);
+    const QString id = IdUtils::vendorId();
+    QFile file(IdUtils::vendorIdFile());
+    const QByteArray stored = file.open(QIODevice::ReadOnly) ? file.readAll() : "none"_ba;
+    std::printf("%s\n%s", qPrintable(id), stored.trimmed().constData());
+}
 } // namespace
 
 class tst_Identifiers : public QObject
@@ -36,21 +46,7 @@ class tst_Identifiers : public QObject
     Q_OBJECT
 public:
     // Only a fresh process shows the device identifier before it is cached.
-    static void initMain()
-    {
-        if (ChildProcess::currentCase() != PrintVendorId)
-            return;
-        int argc = 1;
-        char name[] = "tst_identifiers";
-        char *argv[] = {name, nullptr};
-        QCoreApplication app(argc, argv);
-        QStandardPaths::setTestModeEnabled(true);
-        const QString id = IdUtils::vendorId();
-        QFile file(IdUtils::vendorIdFile());
-        const QByteArray stored = file.open(QIODevice::ReadOnly) ? file.readAll() : "none"_ba;
-        std::printf("%s\n%s", qPrintable(id), stored.trimmed().constData());
-        std::exit(0);
-    }
+    static void initMain() { ChildProcess::runCaseAndExit("tst_identifiers", printVendorId); }
 
 private Q_SLOTS:
     void initTestCase() { QStandardPaths::setTestModeEnabled(true); }

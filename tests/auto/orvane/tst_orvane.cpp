@@ -22,11 +22,8 @@ using namespace VistrelKit;
 namespace {
 // Runs in a child process (see initMain): a fresh container in which one type cannot be built,
 // then every facade call that needs it. The log lines and the results go to standard output.
-void runCase(const QString &name)
+void runCase(const QString &name, int &argc, char **argv)
 {
-    int argc = 1;
-    char arg0[] = "tst_orvane";
-    char *argv[] = {arg0, nullptr};
     QCoreApplication app(argc, argv);
     QStandardPaths::setTestModeEnabled(true);
     TestConfig::use(u"127.0.0.1:1"_s);
@@ -59,13 +56,7 @@ class tst_Orvane : public QObject
 {
     Q_OBJECT
 public:
-    static void initMain()
-    {
-        if (ChildProcess::currentCase().isEmpty())
-            return;
-        runCase(ChildProcess::currentCase());
-        std::exit(0);
-    }
+    static void initMain() { ChildProcess::runCaseAndExit("tst_orvane", runCase); }
 
 private Q_SLOTS:
     void initTestCase()
