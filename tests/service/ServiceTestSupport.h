@@ -29,15 +29,6 @@ inline VistrelKit::ProtoMessage pageChange(const QString &screen, quint64 time =
     return message;
 }
 
-inline VistrelKit::ProtoMessage click(float x, float y, quint64 time = 1000)
-{
-    VistrelKit::ProtoMessage message = ping(time);
-    VistrelKit::ProtoClickEvent *event = message.add_clickevent();
-    event->set_x(x);
-    event->set_y(y);
-    return message;
-}
-
 inline VistrelKit::ProtoMessage screenshot(const QByteArray &image, quint64 time = 1000)
 {
     VistrelKit::ProtoMessage message = ping(time);
@@ -77,11 +68,6 @@ inline HttpResult sendHttp(QNetworkAccessManager &manager, const QString &hostAn
         return {};
     return {reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), reply->readAll(),
             reply->header(QNetworkRequest::ContentTypeHeader).toByteArray()};
-}
-
-inline QString pageOf(const VistrelKit::ProtoMessage &message)
-{
-    return QString::fromStdString(message.pagechange());
 }
 
 } // namespace ServiceTest
