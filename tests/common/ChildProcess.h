@@ -28,6 +28,8 @@ struct Outcome
 
     /// Stopped by a signal, as qFatal() does through abort().
     bool crashed() const { return finished && exitStatus == QProcess::CrashExit; }
+    /// Ran to its end and exited with 0.
+    bool succeeded() const { return finished && !crashed() && exitCode == 0; }
 };
 
 /// The case this process was started for, or an empty string in the suite itself.

@@ -108,7 +108,7 @@ void tst_Fatal::stopsTheProcess()
         ChildProcess::run(QString::fromLatin1(QTest::currentDataTag()), environment);
     QVERIFY(outcome.finished);
     if (message.isEmpty()) {
-        QVERIFY2(!outcome.crashed() && outcome.exitCode == 0, outcome.standardError.constData());
+        QVERIFY2(outcome.succeeded(), outcome.standardError.constData());
         QVERIFY(!outcome.standardOutput.trimmed().isEmpty());
         return;
     }

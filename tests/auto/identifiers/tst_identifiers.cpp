@@ -151,8 +151,7 @@ void tst_Identifiers::vendorId()
         QVERIFY(file.open(QIODevice::WriteOnly) && file.write(stored) == stored.size());
     }
     const ChildProcess::Outcome outcome = ChildProcess::run(PrintVendorId, environment);
-    QVERIFY2(outcome.finished && !outcome.crashed() && outcome.exitCode == 0,
-             outcome.standardError.constData());
+    QVERIFY2(outcome.succeeded(), outcome.standardError.constData());
     const QStringList lines = QString::fromUtf8(outcome.standardOutput).split(u'\n');
     QCOMPARE(lines.size(), 2);
     QVERIFY2(RandomUuid.match(lines[0]).hasMatch(), qPrintable(lines[0]));

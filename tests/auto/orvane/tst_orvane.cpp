@@ -203,8 +203,7 @@ void tst_Orvane::facadeWithoutItsObject()
     // The process-wide container cannot be undone: each case gets a process of its own.
     const ChildProcess::Outcome outcome =
         ChildProcess::run(QString::fromLatin1(QTest::currentDataTag()));
-    QVERIFY2(outcome.finished && !outcome.crashed() && outcome.exitCode == 0,
-             outcome.standardError.constData());
+    QVERIFY2(outcome.succeeded(), outcome.standardError.constData());
     QCOMPARE(QString::fromUtf8(outcome.standardOutput).split(u'\n', Qt::SkipEmptyParts), output);
 }
 
