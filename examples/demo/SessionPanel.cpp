@@ -7,7 +7,6 @@
 #include <QGridLayout>
 #include <QLabel>
 #include <QPushButton>
-#include <QTimer>
 
 using namespace Qt::StringLiterals;
 using namespace VistrelKit;
@@ -24,7 +23,6 @@ SessionPanel::SessionPanel(QWidget *parent)
 
     auto *stopSession = new QPushButton(u"Stop session"_s, this);
     auto *stopCoBrowsing = new QPushButton(u"Stop co-browsing"_s, this);
-    // The kit reports failures in its log; the panel shows the outcome at the next refresh.
     connect(m_startSession, &QPushButton::clicked, this, [] { Orvane::vistrel()->start(); });
     connect(stopSession, &QPushButton::clicked, this, [] { Orvane::vistrel()->stop(); });
     // Co-browsing brings its own session: a running one is replaced.
@@ -39,23 +37,20 @@ SessionPanel::SessionPanel(QWidget *parent)
     layout->addWidget(m_startCoBrowsing, 2, 0);
     layout->addWidget(stopCoBrowsing, 2, 1);
 
-    // The kit holds one pair of callbacks; they run after each start and stop of the session,
-    // whoever asked for it (this panel, co-browsing or the agent).
-    // The destructor takes them back.
-    Orvane::vistrel()->registerCallbacks([this] { refresh(); }, [this] { refresh(); });
-
-    // Co-browsing and a start that fails have no callback: a light poll keeps the panel honest.
-    auto *timer = new QTimer(this);
-    timer->setInterval(500);
-    connect(timer, &QTimer::timeout, this, &SessionPanel::refresh);
-    timer->start();
+    // The kit's signals tell of every start and stop, whoever asked for it (this panel,
+    // co-browsing or an agent).
+    OrvaneVistrel *session = Orvane::vistrel();
+    connect(session, &OrvaneVistrel::connectedChanged, this, &SessionPanel::refresh);
+    connect(session, &OrvaneVistrel::shareIdChanged, this, &SessionPanel::refresh);
+    connect(session, &OrvaneVistrel::started, this, &SessionPanel::refresh);
+    connect(session, &OrvaneVistrel::stopped, this, &SessionPanel::refresh);
+    connect(session, &OrvaneVistrel::startFailed, this, [this](const QString &error) {
+        m_state->setText(u"○ Start failed: "_s + error);
+        m_state->setStyleSheet(u"color: #b42318;"_s);
+    });
+    connect(Orvane::coBrowsing(), &OrvaneCoBrowsing::started, this, &SessionPanel::refresh);
+    connect(Orvane::coBrowsing(), &OrvaneCoBrowsing::ended, this, &SessionPanel::refresh);
     refresh();
-}
-
-SessionPanel::~SessionPanel()
-{
-    // The kit outlives the window; it must not call into a panel that is gone.
-    Orvane::vistrel()->registerCallbacks({}, {});
 }
 
 void SessionPanel::refresh()

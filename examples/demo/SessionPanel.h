@@ -12,7 +12,6 @@ class SessionPanel : public QFrame
     Q_OBJECT
 public:
     explicit SessionPanel(QWidget *parent = nullptr);
-    ~SessionPanel() override;
 
     /// Reads the session's state from the kit and shows it.
     void refresh();

@@ -9,7 +9,7 @@
 
 namespace VistrelKit {
 
-/// Who the app's user is, as the host tells the service (see OrvaneUser::tag()).
+/// Who the app's user is, as the host tells the service.
 struct VISTREL_EXPORT ActiveUser
 {
     std::optional<QString> id;

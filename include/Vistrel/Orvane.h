@@ -5,6 +5,7 @@
 
 #include <QString>
 
+#include <functional>
 #include <optional>
 
 namespace VistrelKit {
@@ -41,6 +42,16 @@ public:
     /// Reads the kit's config file from path instead of the built-in default. Call it before any
     /// other call of the kit. (The environment variable VISTREL_CONFIG does the same.)
     static void setConfigFile(const QString &path);
+
+    /// Receives each of the kit's log lines: level ("DEBUG", "WARNING" or "ERROR"), source (the
+    /// kit's class) and message. Messages may hold ids and texts from the network.
+    using LogHandler =
+        std::function<void(const QString &level, const QString &source, const QString &message)>;
+    /// Routes the kit's log lines to handler instead of standard output, for instance into
+    /// qCDebug() or the app's own log; a handler that does nothing silences the kit. An empty
+    /// handler restores the default: one line "[LEVEL] Source: message" per event on standard
+    /// output.
+    static void setLogHandler(LogHandler handler);
 };
 
 } // namespace VistrelKit

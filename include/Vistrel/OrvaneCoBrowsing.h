@@ -2,6 +2,7 @@
 
 #include <Vistrel/vistrel_export.h>
 
+#include <QObject>
 #include <QString>
 
 namespace VistrelKit {
@@ -13,12 +14,14 @@ namespace VistrelKit {
 /// listens for that request on its own.
 ///
 /// \code
+/// connect(Orvane::coBrowsing(), &OrvaneCoBrowsing::started, this, &Panel::showCoBrowsing);
 /// Orvane::coBrowsing()->start(QStringLiteral("tenant"), QStringLiteral("token"));
 /// ...
 /// Orvane::coBrowsing()->stop();
 /// \endcode
-class VISTREL_EXPORT OrvaneCoBrowsing
+class VISTREL_EXPORT OrvaneCoBrowsing : public QObject
 {
+    Q_OBJECT
 public:
     /// Shows the widget over the topmost window and starts a screen session for it, for the
     /// tenant given to Orvane::initConfig(). Failures are logged.
@@ -30,6 +33,12 @@ public:
     /// Whether the co-browsing widget is on screen, that is, whether co-browsing is on (also
     /// when an agent started it).
     bool isShown() const;
+
+Q_SIGNALS:
+    /// Co-browsing is on: the widget shows the share id of its running session.
+    void started();
+    /// Co-browsing ended: by stop(), the widget's close button, an agent, or the session's stop.
+    void ended();
 
 private:
     friend class Orvane;

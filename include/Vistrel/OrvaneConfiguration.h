@@ -11,10 +11,10 @@ class VISTREL_EXPORT OrvaneConfiguration
 {
 public:
     /// The service host ("host" or "host:port") every service URL is built on.
-    QString server() const { return m_server; }
+    QString server() const;
     /// Base URL of static content: "<HttpProtocol>://<CdnHostname>/cdn" from the config file.
-    QString cdnPath() const { return m_cdnPath; }
-    QString cdnPattern() const { return m_cdnPattern; }
+    QString cdnPath() const;
+    QString cdnPattern() const;
 
     /// Uses another service host, and recomputes cdnPath() from the config file.
     void setServer(const QString &hostname);
@@ -24,12 +24,7 @@ public:
 
 private:
     friend class Orvane;
-    OrvaneConfiguration();
-    void recomputeCdnPath();
-
-    const QString m_cdnPattern;
-    QString m_cdnPath;
-    QString m_server;
+    OrvaneConfiguration() = default;
 };
 
 } // namespace VistrelKit

@@ -2,6 +2,7 @@
 
 #include <Vistrel/vistrel_export.h>
 
+#include <QObject>
 #include <QString>
 
 #include <functional>
@@ -11,12 +12,18 @@ namespace VistrelKit {
 /// The screen session as the host app sees it. Reached through Orvane::vistrel().
 ///
 /// \code
+/// connect(Orvane::vistrel(), &OrvaneVistrel::connectedChanged, this, &Panel::showConnected);
+/// connect(Orvane::vistrel(), &OrvaneVistrel::startFailed, this, &Panel::showError);
 /// Orvane::vistrel()->start(QStringLiteral("tenant"), QStringLiteral("token"));
 /// ...
 /// Orvane::vistrel()->stop();
 /// \endcode
-class VISTREL_EXPORT OrvaneVistrel
+///
+/// The signals come from the GUI thread, for starts and stops however they were asked for (by
+/// the host, by co-browsing or by an agent).
+class VISTREL_EXPORT OrvaneVistrel : public QObject
 {
+    Q_OBJECT
 public:
     /// Starts streaming the app's screen for the tenant given to Orvane::initConfig().
     void start();
@@ -30,8 +37,21 @@ public:
     QString shareId() const;
     /// Attaches a free text tag to the session, for the agent to see.
     void tag(const QString &text);
-    /// onStart runs after each successful start, onStop after each stop.
+    /// onStart runs after each successful start, onStop after each stop (started() and
+    /// stopped() tell the same).
     void registerCallbacks(std::function<void()> onStart, std::function<void()> onStop);
+
+Q_SIGNALS:
+    /// A session started (also a co-browsing one, or one restarted).
+    void started();
+    /// A start failed; error is the text the log shows too.
+    void startFailed(const QString &error);
+    /// The session stopped.
+    void stopped();
+    /// connected() changed.
+    void connectedChanged(bool connected);
+    /// A start drew a new share id.
+    void shareIdChanged(const QString &shareId);
 
 private:
     friend class Orvane;

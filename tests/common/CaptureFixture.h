@@ -1,9 +1,9 @@
 #pragma once
 
 #include "Monitoring/ViewMonitor.h"
-#include "Network/Bidirectional/BidirectionalMessageHandler.h"
 #include "Network/Bidirectional/BidirectionalMessageParser.h"
 #include "Network/Xhr/XhrMessageSender.h"
+#include "Session/BidirectionalMessageHandler.h"
 #include "TransportFixture.h"
 
 #include <QApplication>
@@ -19,11 +19,12 @@
 struct CaptureFixture : TransportFixture
 {
     CaptureFixture()
-        : commandHandler(config.get(), nullptr)
-        , commandParser(&commandHandler)
+        : commandHandler(config.get(), nullptr, nullptr, nullptr)
         , sender(config.get(), initSender.get(), api.get(), http.get(), &commandParser)
         , monitor(config.get())
     {
+        QObject::connect(&commandParser, &VistrelKit::BidirectionalMessageParser::messageReceived,
+                         &commandHandler, &VistrelKit::BidirectionalMessageHandler::handle);
         // The offscreen platform does not activate a window shown twice: the base's window goes
         // away for good, once its activation was seen.
         if (!QTest::qWaitForWindowActive(&window))

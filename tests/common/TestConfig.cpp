@@ -1,6 +1,7 @@
 #include "TestConfig.h"
 
 #include "Config/ConstantUtils.h"
+#include "Config/ServiceHost.h"
 
 #include <Vistrel/Orvane.h>
 #include <Vistrel/OrvaneConfiguration.h>
@@ -16,6 +17,12 @@ QTemporaryDir &TestConfig::directory()
 {
     static QTemporaryDir dir;
     return dir;
+}
+
+VistrelKit::ServiceHost *TestConfig::serviceHost()
+{
+    static VistrelKit::ServiceHost host;
+    return &host;
 }
 
 void TestConfig::use(const QString &host, const std::optional<QString> &httpProtocol,
@@ -37,4 +44,5 @@ void TestConfig::use(const QString &host, const std::optional<QString> &httpProt
     file.close();
     VistrelKit::ConstantUtils::setConfigFile(path);
     VistrelKit::Orvane::configuration()->setServer(host);
+    serviceHost()->setServer(host);
 }

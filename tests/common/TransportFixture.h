@@ -1,12 +1,11 @@
 #pragma once
 
 #include "Api/HttpUtil.h"
+#include "Api/InitSender.h"
 #include "Api/OrvaneAPI.h"
 #include "Config/ApplicationConfigWrapper.h"
-#include "Init/InitSender.h"
 #include "LocalService.h"
 #include "Network/Bidirectional/BidirectionalMessageParser.h"
-#include "RecordingHandler.h"
 #include "TestConfig.h"
 
 #include <QWidget>
@@ -28,9 +27,12 @@ struct TransportFixture
         config->config().vistrelConfig.newShareIdAndStartTime();
         config->config().vistrelConfig.storageType = QStringLiteral("l");
         http = std::make_unique<VistrelKit::HttpUtil>(config.get());
-        api = std::make_unique<VistrelKit::OrvaneAPI>(http.get());
+        api = std::make_unique<VistrelKit::OrvaneAPI>(http.get(), TestConfig::serviceHost());
         initSender = std::make_unique<VistrelKit::InitSender>(config.get(), api.get());
-        parser = std::make_unique<VistrelKit::BidirectionalMessageParser>(&handler);
+        parser = std::make_unique<VistrelKit::BidirectionalMessageParser>();
+        // Transport suites see what arrived without the device acting on it.
+        QObject::connect(parser.get(), &VistrelKit::BidirectionalMessageParser::messageReceived,
+                         [this](const VistrelKit::BidirectionalMessage &m) { commands.append(m); });
         window.setObjectName(QStringLiteral("screen"));
         window.resize(320, 240);
         window.show();
@@ -44,7 +46,7 @@ struct TransportFixture
     std::unique_ptr<VistrelKit::HttpUtil> http;
     std::unique_ptr<VistrelKit::OrvaneAPI> api;
     std::unique_ptr<VistrelKit::InitSender> initSender;
-    RecordingHandler handler;
     std::unique_ptr<VistrelKit::BidirectionalMessageParser> parser;
+    QList<VistrelKit::BidirectionalMessage> commands;
     QWidget window;
 };

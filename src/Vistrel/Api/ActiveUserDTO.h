@@ -8,7 +8,7 @@
 namespace VistrelKit {
 
 /// The JSON form of an ActiveUser: keys in a fixed order, absent values left out.
-class VISTREL_EXPORT ActiveUserDTO
+class VISTREL_AUTOTEST_EXPORT ActiveUserDTO
 {
 public:
     static Json toJson(const ActiveUser &user);

@@ -10,7 +10,7 @@ class ApplicationConfigWrapper;
 class OrvaneAPI;
 
 /// Settings of a server health probe. Nothing runs the probe; the session clears isRunning.
-class VISTREL_EXPORT HealthCheck : public QObject
+class VISTREL_AUTOTEST_EXPORT HealthCheck : public QObject
 {
     Q_OBJECT
 public:

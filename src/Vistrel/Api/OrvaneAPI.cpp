@@ -2,12 +2,10 @@
 
 #include "Api/ActiveUserDTO.h"
 #include "Api/HttpUtil.h"
+#include "Api/MobileInitDTO.h"
+#include "Api/MonitoringConfigDTO.h"
 #include "Config/ConstantUtils.h"
-#include "Init/MobileInitDTO.h"
-#include "Init/MonitoringConfigDTO.h"
-
-#include <Vistrel/Orvane.h>
-#include <Vistrel/OrvaneConfiguration.h>
+#include "Config/ServiceHost.h"
 
 #include <QUrl>
 #include <QUrlQuery>
@@ -16,15 +14,16 @@ using namespace Qt::StringLiterals;
 
 namespace VistrelKit {
 
-OrvaneAPI::OrvaneAPI(HttpUtil *httpUtil, QObject *parent)
+OrvaneAPI::OrvaneAPI(HttpUtil *httpUtil, ServiceHost *serviceHost, QObject *parent)
     : QObject(parent)
     , m_httpUtil(httpUtil)
+    , m_serviceHost(serviceHost)
 {}
 
 QString OrvaneAPI::buildUrl(const QString &path, const std::optional<QueryItems> &query) const
 {
     const QString scheme = ConstantUtils::getProperty(u"HttpProtocol"_s).value_or(QString());
-    const QString rest = u"//"_s + Orvane::configuration()->server() + u'/' + path;
+    const QString rest = u"//"_s + m_serviceHost->server() + u'/' + path;
     // Without a scheme the text still reads "://host/path": what follows the colon is parsed as
     // a network-path reference, and the request built from it stops in HttpUtil.
     QUrl url(scheme.isEmpty() ? rest : scheme + u':' + rest, QUrl::StrictMode);

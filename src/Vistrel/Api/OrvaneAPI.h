@@ -17,11 +17,12 @@
 namespace VistrelKit {
 
 class HttpUtil;
+class ServiceHost;
 struct MobileInitDTO;
 struct MonitoringConfigDTO;
 
 /// The service's operations: URLs, verbs and typed replies over HttpUtil.
-class VISTREL_EXPORT OrvaneAPI : public QObject
+class VISTREL_AUTOTEST_EXPORT OrvaneAPI : public QObject
 {
     Q_OBJECT
 public:
@@ -29,7 +30,7 @@ public:
     template<class T>
     using Completion = std::function<void(const Result<T> &result)>;
 
-    explicit OrvaneAPI(HttpUtil *httpUtil, QObject *parent = nullptr);
+    OrvaneAPI(HttpUtil *httpUtil, ServiceHost *serviceHost, QObject *parent = nullptr);
 
     HttpUtil *httpUtil() const { return m_httpUtil; }
 
@@ -54,6 +55,7 @@ public:
 
 private:
     HttpUtil *m_httpUtil;
+    ServiceHost *m_serviceHost;
 };
 
 } // namespace VistrelKit

@@ -7,7 +7,7 @@
 namespace VistrelKit {
 
 /// The row of the panel's buttons; its bottom-left corner is rounded (15 px).
-class VISTREL_EXPORT CoBrowseButtonGroup : public QWidget
+class VISTREL_AUTOTEST_EXPORT CoBrowseButtonGroup : public QWidget
 {
     Q_OBJECT
 public:

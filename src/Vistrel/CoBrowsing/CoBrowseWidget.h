@@ -7,7 +7,7 @@
 namespace VistrelKit {
 
 /// The co-browse panel: its left corners are rounded (5 px), it sits on the right edge.
-class VISTREL_EXPORT CoBrowseWidget : public QFrame
+class VISTREL_AUTOTEST_EXPORT CoBrowseWidget : public QFrame
 {
     Q_OBJECT
 public:

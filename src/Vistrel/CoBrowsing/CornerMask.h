@@ -11,7 +11,7 @@ namespace VistrelKit {
 
 /// Rounds chosen corners of a widget by masking it, so the rounding also clips children and
 /// holds on every platform style.
-class VISTREL_EXPORT CornerMask
+class VISTREL_AUTOTEST_EXPORT CornerMask
 {
 public:
     enum Corner {

@@ -1,12 +1,10 @@
 #include "CoBrowsing/DefaultUIView.h"
 
 #include "CoBrowsing/CoBrowseButtonGroup.h"
-#include "CoBrowsing/CoBrowsing.h"
-#include "Core/Injection.h"
-#include "Core/Log.h"
 #include "ui_DefaultUIView.h"
 
 #include <QEvent>
+#include <QLabel>
 #include <QScreen>
 
 using namespace Qt::StringLiterals;
@@ -69,6 +67,12 @@ void DefaultUIView::setChatActivated(bool activated)
         m_chatButton->setVisible(activated);
 }
 
+void DefaultUIView::setShareIdText(const QString &text)
+{
+    if (m_shareId)
+        m_shareId->setText(text);
+}
+
 void DefaultUIView::hideClicked()
 {
     toggle();
@@ -90,9 +94,8 @@ void DefaultUIView::toggle()
 
 void DefaultUIView::closeClicked()
 {
-    if (auto *coBrowsing = Injection::getContainer().resolveOrLog<CoBrowsing>())
-        coBrowsing->stop();
-    // Also without a controller: the user asked the widget to go.
+    Q_EMIT closeRequested();
+    // Also when nobody listens: the user asked the widget to go.
     hide();
     setParent(nullptr);
     deleteLater();
@@ -102,8 +105,7 @@ void DefaultUIView::openChat()
 {
     if (!m_tenantId)
         qFatal("DefaultUIView: the chat was opened before a tenant was set");
-    // The web chat is not part of this build, so there is no instance to open it with.
-    Log::error(u"Cannot find instance of WebChat"_s);
+    Q_EMIT chatRequested(*m_tenantId);
 }
 
 } // namespace VistrelKit

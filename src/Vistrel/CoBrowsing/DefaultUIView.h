@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Monitoring/PassthroughUIView.h"
+#include "Session/CoBrowseView.h"
 
 #include <Vistrel/vistrel_export.h>
 
@@ -24,7 +24,7 @@ class CoBrowseWidget;
 /// The co-browse widget: a full-size overlay over the app's topmost window holding a small
 /// panel with the share id and hide, show, chat and close buttons. Outside the panel every
 /// tap goes through to the app. Built from DefaultUIView.ui.
-class VISTREL_EXPORT DefaultUIView : public PassthroughUIView
+class VISTREL_AUTOTEST_EXPORT DefaultUIView : public CoBrowseView
 {
     Q_OBJECT
 public:
@@ -44,9 +44,10 @@ public:
 
     /// The tenant the chat button opens the chat for.
     std::optional<QString> tenantId() const { return m_tenantId; }
-    void setTenantId(const QString &tenantId) { m_tenantId = tenantId; }
+    void setTenantId(const QString &tenantId) override { m_tenantId = tenantId; }
     /// Shows the chat button only while the service offers chat.
-    void setChatActivated(bool activated);
+    void setChatActivated(bool activated) override;
+    void setShareIdText(const QString &text) override;
     bool chatActivated() const { return m_chatActivated; }
 
 public Q_SLOTS:
@@ -54,9 +55,9 @@ public Q_SLOTS:
     /// the hide button and the button row takes the opposite of its visibility.
     void hideClicked();
     void showClicked();
-    /// Ends co-browsing and removes the widget.
+    /// Asks to end co-browsing and removes the widget.
     void closeClicked();
-    /// Opens the web chat for the tenant.
+    /// Asks for the web chat of the tenant.
     void openChat();
 
 protected:

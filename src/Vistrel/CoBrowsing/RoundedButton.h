@@ -7,7 +7,7 @@
 namespace VistrelKit {
 
 /// A dark flat button whose left side is fully rounded (radius 50 px, clamped to its height).
-class VISTREL_EXPORT RoundedButton : public QPushButton
+class VISTREL_AUTOTEST_EXPORT RoundedButton : public QPushButton
 {
     Q_OBJECT
 public:

@@ -12,7 +12,7 @@
 namespace VistrelKit {
 
 /// The poll's listeners by id. Everything runs on the GUI thread, so no lock is needed.
-class VISTREL_EXPORT ClientRegistry
+class VISTREL_AUTOTEST_EXPORT ClientRegistry
 {
 public:
     /// Adds the client, replacing one registered under the same id.

@@ -24,9 +24,9 @@ enum class CommunicationChannel {
 };
 
 /// The channel's wire name.
-VISTREL_EXPORT QString toString(CommunicationChannel channel);
+VISTREL_AUTOTEST_EXPORT QString toString(CommunicationChannel channel);
 /// The channel of a wire name; nothing for any other text (names are case-sensitive).
-VISTREL_EXPORT std::optional<CommunicationChannel>
+VISTREL_AUTOTEST_EXPORT std::optional<CommunicationChannel>
 communicationChannelFromString(const QString &name);
 
 } // namespace VistrelKit

@@ -10,7 +10,7 @@ namespace VistrelKit {
 
 /// The body of a poll and of its reply: the channels listened on, the messages sent on them
 /// and extra query-style parameters.
-struct VISTREL_EXPORT CommunicationMessageWrapper
+struct VISTREL_AUTOTEST_EXPORT CommunicationMessageWrapper
 {
     QList<CommunicationChannel> channels;
     QList<CommunicationMessage> messages;

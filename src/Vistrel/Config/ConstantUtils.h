@@ -14,7 +14,7 @@ namespace VistrelKit {
 /// The file is, in this order: the one given to setConfigFile(), the one named by the
 /// environment variable VISTREL_CONFIG, or the default built into the kit
 /// (":/vistrel/Config.json").
-class VISTREL_EXPORT ConstantUtils
+class VISTREL_AUTOTEST_EXPORT ConstantUtils
 {
 public:
     /// The string value of a key, or nothing when the file or the key is missing.

@@ -8,7 +8,7 @@
 namespace VistrelKit {
 
 /// The views the service declares private: tags (decimal text) and class names.
-struct VISTREL_EXPORT IOSConfig
+struct VISTREL_AUTOTEST_EXPORT IOSConfig
 {
     QStringList blacklist;
     QStringList blacklistClasses;

@@ -7,7 +7,7 @@
 namespace VistrelKit {
 
 /// Identifiers: random UUIDs and the per-installation device identifier.
-class VISTREL_EXPORT IdUtils
+class VISTREL_AUTOTEST_EXPORT IdUtils
 {
 public:
     /// A random UUID in upper-case canonical form, without braces.

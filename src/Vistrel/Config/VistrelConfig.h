@@ -11,7 +11,7 @@
 namespace VistrelKit {
 
 /// What the screen session learns from the host and the service.
-struct VISTREL_EXPORT VistrelConfig
+struct VISTREL_AUTOTEST_EXPORT VistrelConfig
 {
     std::optional<bool> isRecordingStarted;
     std::optional<bool> increasedPollingFrequency;

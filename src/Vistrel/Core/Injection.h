@@ -10,15 +10,16 @@
 #include <functional>
 #include <memory>
 #include <source_location>
+#include <tuple>
 #include <typeindex>
 #include <unordered_map>
 #include <vector>
 
 namespace VistrelKit {
 
-/// The kit's dependency container: one singleton per registered type, built on first resolve
+/// A dependency container: one singleton per registered type, built on first resolve
 /// with its dependencies resolved recursively. A resolve that cannot succeed returns nullptr.
-class VISTREL_EXPORT Injection
+class VISTREL_AUTOTEST_EXPORT Injection
 {
 public:
     template<class T>
@@ -28,11 +29,6 @@ public:
     ~Injection();
     Injection(const Injection &) = delete;
     Injection &operator=(const Injection &) = delete;
-
-    /// The process-wide container with every kit service registered; built once, never torn down.
-    static Injection &getContainer();
-    /// Adds the kit's registrations to a container.
-    static void registerKit(Injection &container);
 
     /// Registers (or replaces) the factory of T. A factory returns nullptr when it cannot build.
     template<class T>
@@ -64,6 +60,21 @@ public:
             Log::log(QStringLiteral("ERROR"),
                      QStringLiteral("Cannot find instance of ") + typeName<T>(), where);
         return instance;
+    }
+
+    /// A factory that builds T from its resolved dependencies, in constructor order; it fails
+    /// when any of them cannot be resolved.
+    template<class T, class... Deps>
+    static Factory<T> from()
+    {
+        return [](Injection &container) -> std::unique_ptr<T> {
+            std::tuple<Deps *...> deps{container.resolve<Deps>()...};
+            const bool complete =
+                std::apply([](auto *...d) { return ((d != nullptr) && ...); }, deps);
+            if (!complete)
+                return nullptr;
+            return std::apply([](auto *...d) { return std::make_unique<T>(d...); }, deps);
+        };
     }
 
     /// The class name without its namespace, as log lines name it.

@@ -15,6 +15,12 @@ Log::Listener &listener()
     static Log::Listener instance;
     return instance;
 }
+
+Log::Handler &handler()
+{
+    static Log::Handler instance;
+    return instance;
+}
 } // namespace
 
 void Log::debug(const QString &message, std::source_location where)
@@ -35,10 +41,14 @@ void Log::error(const QString &message, std::source_location where)
 void Log::log(const QString &level, const QString &message, std::source_location where)
 {
     const QString line = formatLine(level, message, where.file_name());
-    const QByteArray bytes = line.toUtf8();
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout);
-    std::fputc('\n', stdout);
-    std::fflush(stdout);
+    if (handler()) {
+        handler()(level, sourceName(where.file_name()), message);
+    } else {
+        const QByteArray bytes = line.toUtf8();
+        std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout);
+        std::fputc('\n', stdout);
+        std::fflush(stdout);
+    }
     if (listener())
         listener()(line);
 }
@@ -58,6 +68,11 @@ QString Log::sourceName(const char *file)
     const char *dot = std::strrchr(name, '.');
     const qsizetype length = dot ? qsizetype(dot - name) : qsizetype(std::strlen(name));
     return QString::fromUtf8(name, length);
+}
+
+void Log::setHandler(Handler newHandler)
+{
+    handler() = std::move(newHandler);
 }
 
 void Log::setListener(Listener newListener)

@@ -9,12 +9,14 @@
 
 namespace VistrelKit {
 
-/// One line per event on standard output: "[LEVEL] Source: message".
+/// One line per event on standard output, "[LEVEL] Source: message", or to the host's handler.
 /// The source is the calling file's name without directory and extension.
-class VISTREL_EXPORT Log
+class VISTREL_AUTOTEST_EXPORT Log
 {
 public:
     using Listener = std::function<void(const QString &line)>;
+    using Handler =
+        std::function<void(const QString &level, const QString &source, const QString &message)>;
 
     static void debug(const QString &message,
                       std::source_location where = std::source_location::current());
@@ -29,7 +31,9 @@ public:
     /// "src/Vistrel/Api/HttpUtil.cpp" -> "HttpUtil".
     static QString sourceName(const char *file);
 
-    /// Sees every line after it is printed (used by tests and the demo). Pass {} to remove.
+    /// Takes every event instead of standard output (the host's routing). Pass {} to remove.
+    static void setHandler(Handler handler);
+    /// Sees every line after it is printed or handled (used by tests). Pass {} to remove.
     static void setListener(Listener listener);
 };
 

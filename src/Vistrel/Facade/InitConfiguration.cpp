@@ -2,7 +2,7 @@
 
 #include "Config/ApplicationConfigWrapper.h"
 #include "Config/ConstantUtils.h"
-#include "Core/Injection.h"
+#include "Facade/Kit.h"
 
 using namespace Qt::StringLiterals;
 
@@ -10,14 +10,14 @@ namespace VistrelKit {
 
 InitConfiguration &InitConfiguration::withCustomServer(const QString &hostname)
 {
-    if (auto *wrapper = Injection::getContainer().resolve<ApplicationConfigWrapper>())
+    if (auto *wrapper = Kit::container().resolve<ApplicationConfigWrapper>())
         wrapper->setHostname(hostname);
     return *this;
 }
 
 InitConfiguration &InitConfiguration::withCustomCdnServer(const QString &cdnServer)
 {
-    if (auto *wrapper = Injection::getContainer().resolve<ApplicationConfigWrapper>()) {
+    if (auto *wrapper = Kit::container().resolve<ApplicationConfigWrapper>()) {
         wrapper->config().cdnPath = u"%1://%2/cdn"_s.arg(
             ConstantUtils::getProperty(u"HttpProtocol"_s).value_or(QString()), cdnServer);
     }

@@ -3,10 +3,11 @@
 #include <Vistrel/OrvaneConfiguration.h>
 #include <Vistrel/OrvaneVistrel.h>
 
-#include "CoBrowsing/CoBrowsing.h"
 #include "Config/ApplicationConfigWrapper.h"
 #include "Config/ConstantUtils.h"
-#include "Core/Injection.h"
+#include "Core/Log.h"
+#include "Facade/Kit.h"
+#include "Session/CoBrowsing.h"
 
 using namespace Qt::StringLiterals;
 
@@ -32,7 +33,7 @@ OrvaneCoBrowsing *Orvane::coBrowsing()
 
 std::optional<InitConfiguration> Orvane::initConfig(const QString &tenantId, const QString &token)
 {
-    auto *wrapper = Injection::getContainer().resolve<ApplicationConfigWrapper>();
+    auto *wrapper = Kit::container().resolve<ApplicationConfigWrapper>();
     if (!wrapper) {
         Log::error(u"Cannot find instance of Application Config"_s);
         return std::nullopt;
@@ -42,7 +43,7 @@ std::optional<InitConfiguration> Orvane::initConfig(const QString &tenantId, con
     config.token = token;
     wrapper->newVisit(config.visitConfig.sessionId);
     // From now on an agent can start co-browsing from the service.
-    if (auto *coBrowsing = Injection::getContainer().resolve<CoBrowsing>())
+    if (auto *coBrowsing = Kit::container().resolve<CoBrowsing>())
         coBrowsing->startPollingForStart();
     return InitConfiguration();
 }
@@ -50,6 +51,11 @@ std::optional<InitConfiguration> Orvane::initConfig(const QString &tenantId, con
 void Orvane::setConfigFile(const QString &path)
 {
     ConstantUtils::setConfigFile(path);
+}
+
+void Orvane::setLogHandler(LogHandler handler)
+{
+    Log::setHandler(std::move(handler));
 }
 
 } // namespace VistrelKit

@@ -1,10 +1,10 @@
 #include <Vistrel/OrvaneCoBrowsing.h>
 
-#include "CoBrowsing/CoBrowsing.h"
 #include "CoBrowsing/DefaultUIView.h"
 #include "Config/ApplicationConfigWrapper.h"
-#include "Core/Injection.h"
 #include "Core/Log.h"
+#include "Facade/Kit.h"
+#include "Session/CoBrowsing.h"
 
 using namespace Qt::StringLiterals;
 
@@ -13,7 +13,7 @@ namespace VistrelKit {
 namespace {
 CoBrowsing *controller()
 {
-    auto *coBrowsing = Injection::getContainer().resolve<CoBrowsing>();
+    auto *coBrowsing = Kit::container().resolve<CoBrowsing>();
     if (!coBrowsing)
         Log::error(u"Cannot get CoBrowsing instance"_s);
     return coBrowsing;
@@ -39,7 +39,7 @@ void OrvaneCoBrowsing::start(const QString &tenantId, const QString &token)
     CoBrowsing *coBrowsing = controller();
     if (!coBrowsing)
         return;
-    if (auto *wrapper = Injection::getContainer().resolveOrLog<ApplicationConfigWrapper>()) {
+    if (auto *wrapper = Kit::container().resolveOrLog<ApplicationConfigWrapper>()) {
         wrapper->config().tenantId = tenantId;
         wrapper->config().token = token;
     }

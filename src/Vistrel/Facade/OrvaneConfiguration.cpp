@@ -1,34 +1,41 @@
 #include <Vistrel/OrvaneConfiguration.h>
 
-#include "Config/ConstantUtils.h"
-
-using namespace Qt::StringLiterals;
+#include "Config/ServiceHost.h"
+#include "Facade/Kit.h"
 
 namespace VistrelKit {
 
-OrvaneConfiguration::OrvaneConfiguration()
-    : m_cdnPattern(u"%1://%2/cdn"_s)
-    , m_server(ConstantUtils::getProperty(u"Hostname"_s).value_or(QString()))
+namespace {
+// ServiceHost has no dependency, so it always resolves.
+ServiceHost *host()
 {
-    recomputeCdnPath();
+    return Kit::container().resolve<ServiceHost>();
+}
+} // namespace
+
+QString OrvaneConfiguration::server() const
+{
+    return host()->server();
 }
 
-void OrvaneConfiguration::recomputeCdnPath()
+QString OrvaneConfiguration::cdnPath() const
 {
-    m_cdnPath = m_cdnPattern.arg(ConstantUtils::getProperty(u"HttpProtocol"_s).value_or(QString()),
-                                 ConstantUtils::getProperty(u"CdnHostname"_s).value_or(QString()));
+    return host()->cdnPath();
+}
+
+QString OrvaneConfiguration::cdnPattern() const
+{
+    return host()->cdnPattern();
 }
 
 void OrvaneConfiguration::setServer(const QString &hostname)
 {
-    m_server = hostname;
-    recomputeCdnPath();
+    host()->setServer(hostname);
 }
 
-void OrvaneConfiguration::setCdnServer(const QString &)
+void OrvaneConfiguration::setCdnServer(const QString &hostname)
 {
-    // Intentionally ignores its argument: the CDN host comes from the config file only.
-    recomputeCdnPath();
+    host()->setCdnServer(hostname);
 }
 
 } // namespace VistrelKit

@@ -1,9 +1,9 @@
 #include <Vistrel/OrvaneVistrel.h>
 
 #include "Config/ApplicationConfigWrapper.h"
-#include "Core/Injection.h"
 #include "Core/Log.h"
-#include "Vistrel/Vistrel.h"
+#include "Facade/Kit.h"
+#include "Session/Vistrel.h"
 
 using namespace Qt::StringLiterals;
 
@@ -12,7 +12,7 @@ namespace VistrelKit {
 namespace {
 Vistrel *session()
 {
-    return Injection::getContainer().resolveOrLog<Vistrel>();
+    return Kit::container().resolveOrLog<Vistrel>();
 }
 
 void startSession(Vistrel *vistrel)
@@ -35,7 +35,7 @@ void OrvaneVistrel::start(const QString &tenantId, const QString &token)
     Vistrel *vistrel = session();
     if (!vistrel)
         return;
-    auto *wrapper = Injection::getContainer().resolveOrLog<ApplicationConfigWrapper>();
+    auto *wrapper = Kit::container().resolveOrLog<ApplicationConfigWrapper>();
     if (!wrapper)
         return;
     wrapper->config().tenantId = tenantId;

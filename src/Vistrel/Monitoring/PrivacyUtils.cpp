@@ -2,7 +2,7 @@
 
 #include "Config/IOSConfig.h"
 #include "Core/Log.h"
-#include "Monitoring/ViewUtils.h"
+#include "Widgets/ViewUtils.h"
 
 #include <QApplication>
 #include <QMetaType>

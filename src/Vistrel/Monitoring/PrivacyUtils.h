@@ -16,7 +16,7 @@ struct IOSConfig;
 /// Paints the views the service declared private black in a screenshot, before it leaves the
 /// device. A view is private by tag (the integer property "vistrelTag") or by class (its class or
 /// any base class has the given name).
-class VISTREL_EXPORT PrivacyUtils
+class VISTREL_AUTOTEST_EXPORT PrivacyUtils
 {
 public:
     /// The dynamic property that carries a widget's tag.

@@ -4,8 +4,8 @@
 #include "Core/Log.h"
 #include "Core/MainQueue.h"
 #include "Monitoring/PrivacyUtils.h"
-#include "Monitoring/ViewUtils.h"
 #include "Network/MessageSender.h"
+#include "Widgets/ViewUtils.h"
 
 #include <QApplication>
 #include <QBuffer>

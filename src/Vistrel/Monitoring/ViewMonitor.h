@@ -24,7 +24,7 @@ struct IOSConfig;
 /// Watches the app's screen while a session runs: a screenshot of the topmost window every
 /// 0.3 s (masked, scaled to a third, JPEG at quality 40, sent only when its bytes changed), the
 /// screen's name every second (sent when it changed), and every completed tap, in device pixels.
-class VISTREL_EXPORT ViewMonitor : public QObject
+class VISTREL_AUTOTEST_EXPORT ViewMonitor : public QObject
 {
     Q_OBJECT
 public:

@@ -3,7 +3,7 @@
 #include "Api/OrvaneAPI.h"
 #include "Config/ApplicationConfigWrapper.h"
 #include "Core/Log.h"
-#include "Monitoring/ViewUtils.h"
+#include "Widgets/ViewUtils.h"
 
 #include <QDateTime>
 #include <QPointer>

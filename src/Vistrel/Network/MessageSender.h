@@ -18,7 +18,7 @@ class OrvaneAPI;
 
 /// The transport every report goes through. Builds the reports, stamps their time and hands
 /// each to the concrete transport's send() once the current screen's name is known.
-class VISTREL_EXPORT MessageSender : public QObject
+class VISTREL_AUTOTEST_EXPORT MessageSender : public QObject
 {
     Q_OBJECT
 public:

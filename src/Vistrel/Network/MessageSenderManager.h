@@ -12,7 +12,7 @@ class WebSocketMessageSender;
 class XhrMessageSender;
 
 /// Holds both transports. The session takes the HTTP one; the WebSocket one stands ready.
-class VISTREL_EXPORT MessageSenderManager : public QObject
+class VISTREL_AUTOTEST_EXPORT MessageSenderManager : public QObject
 {
     Q_OBJECT
 public:

@@ -14,7 +14,7 @@ class ApplicationConfigWrapper;
 class MessageSender;
 
 /// Keeps a visit alive: one keep-alive report per second through the session's sender.
-class VISTREL_EXPORT PingSender : public QObject
+class VISTREL_AUTOTEST_EXPORT PingSender : public QObject
 {
     Q_OBJECT
 public:

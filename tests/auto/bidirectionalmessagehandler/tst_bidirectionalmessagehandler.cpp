@@ -1,12 +1,12 @@
-#include "CoBrowsing/CoBrowsing.h"
+#include "Api/UIStrings.h"
 #include "CoBrowsing/DefaultUIView.h"
 #include "Config/ApplicationConfigWrapper.h"
-#include "Config/UIStrings.h"
-#include "Core/Injection.h"
+#include "Facade/Kit.h"
 #include "LocalService.h"
-#include "Monitoring/PassthroughUIImageView.h"
+#include "Session/CoBrowsing.h"
+#include "Session/Vistrel.h"
 #include "TestConfig.h"
-#include "Vistrel/Vistrel.h"
+#include "Widgets/PassthroughUIImageView.h"
 
 #include <Vistrel/Orvane.h>
 #include <Vistrel/OrvaneCoBrowsing.h>
@@ -26,7 +26,7 @@ namespace {
 template<class T>
 T *resolve()
 {
-    return Injection::getContainer().resolve<T>();
+    return Kit::container().resolve<T>();
 }
 
 ApplicationConfig &config()

@@ -1,6 +1,5 @@
 #include "Core/JsonUtils.h"
 #include "Network/Bidirectional/BidirectionalMessageParser.h"
-#include "RecordingHandler.h"
 
 #include <QTest>
 
@@ -68,11 +67,13 @@ void tst_BidirectionalMessageParser::parse()
     const auto object = JsonUtils::parse(json);
     QVERIFY(object);
 
-    RecordingHandler handler;
-    BidirectionalMessageParser parser(&handler);
+    QList<Message> received;
+    BidirectionalMessageParser parser;
+    connect(&parser, &BidirectionalMessageParser::messageReceived,
+            [&received](const Message &m) { received.append(m); });
     parser.parse(*object);
-    QCOMPARE(handler.messages.size(), 1);
-    const Message &actual = handler.messages.first();
+    QCOMPARE(received.size(), 1);
+    const Message &actual = received.first();
     QCOMPARE(actual.toString(), expected.toString());
     QVERIFY(actual == expected); // the drawing's bytes too
 }

@@ -1,6 +1,6 @@
 #include "CaptureFixture.h"
 #include "LogCapture.h"
-#include "Monitoring/PassthroughUIImageView.h"
+#include "Widgets/PassthroughUIImageView.h"
 
 #include <QJsonObject>
 #include <QLabel>

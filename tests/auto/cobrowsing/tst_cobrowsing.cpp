@@ -1,13 +1,13 @@
 #include "CoBrowsing/CoBrowseButtonGroup.h"
 #include "CoBrowsing/CoBrowseWidget.h"
-#include "CoBrowsing/CoBrowsing.h"
 #include "CoBrowsing/DefaultUIView.h"
 #include "Config/ApplicationConfigWrapper.h"
-#include "Core/Injection.h"
+#include "Facade/Kit.h"
 #include "LocalService.h"
 #include "LogCapture.h"
+#include "Session/CoBrowsing.h"
+#include "Session/Vistrel.h"
 #include "TestConfig.h"
-#include "Vistrel/Vistrel.h"
 
 #include <Vistrel/Orvane.h>
 #include <Vistrel/OrvaneCoBrowsing.h>
@@ -25,7 +25,7 @@ namespace {
 template<class T>
 T *resolve()
 {
-    return Injection::getContainer().resolve<T>();
+    return Kit::container().resolve<T>();
 }
 
 const VisitConfig &visitConfig()
@@ -56,7 +56,7 @@ class tst_CoBrowsing : public QObject
     {
         Orvane::coBrowsing()->start();
         m_service.waitFor([] { return resolve<CoBrowsing>()->view() != nullptr; });
-        m_view = resolve<CoBrowsing>()->view();
+        m_view = qobject_cast<DefaultUIView *>(resolve<CoBrowsing>()->view());
         return m_view;
     }
 
@@ -89,7 +89,7 @@ private Q_SLOTS:
         // initConfig registered the start client: the kit polls for it.
         QVERIFY(m_service.queueChannelMessage(*visitConfig().visitorId, u"SCB"_s, QString()));
         QVERIFY(m_service.waitFor([] { return resolve<CoBrowsing>()->view() != nullptr; }, 10000));
-        DefaultUIView *view = resolve<CoBrowsing>()->view();
+        auto *view = qobject_cast<DefaultUIView *>(resolve<CoBrowsing>()->view());
         QCOMPARE(view->parentWidget(), &m_window);
         QVERIFY(view->isVisible());
         QCOMPARE(view->geometry(), m_window.rect());

@@ -1,10 +1,10 @@
 #include "Api/HttpUtil.h"
+#include "Api/InitSender.h"
+#include "Api/MobileInitDTO.h"
 #include "Api/OrvaneAPI.h"
 #include "ChildProcess.h"
 #include "Config/ApplicationConfigWrapper.h"
 #include "Config/IdUtils.h"
-#include "Init/InitSender.h"
-#include "Init/MobileInitDTO.h"
 #include "Network/MessageSender.h"
 #include "TestConfig.h"
 
@@ -32,7 +32,7 @@ void runCase(const QString &name, int &argc, char **argv)
     QStandardPaths::setTestModeEnabled(true);
     ApplicationConfigWrapper wrapper;
     HttpUtil http(&wrapper);
-    OrvaneAPI api(&http);
+    OrvaneAPI api(&http, TestConfig::serviceHost());
     if (name == u"unparsable URL"_s) {
         http.buildRequest(u"http://exa mple.com/api"_s);
     } else if (name == u"config file without HttpProtocol"_s) {

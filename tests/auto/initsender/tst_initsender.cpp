@@ -1,7 +1,7 @@
 #include "Api/HttpUtil.h"
+#include "Api/InitSender.h"
 #include "Api/OrvaneAPI.h"
 #include "Config/ApplicationConfigWrapper.h"
-#include "Init/InitSender.h"
 #include "LocalService.h"
 #include "TestConfig.h"
 
@@ -64,7 +64,7 @@ private:
     // One sender for every row: it must read the configuration anew at each send.
     ApplicationConfigWrapper m_wrapper;
     HttpUtil m_http{&m_wrapper};
-    OrvaneAPI m_api{&m_http};
+    OrvaneAPI m_api{&m_http, TestConfig::serviceHost()};
     InitSender m_sender{&m_wrapper, &m_api};
 };
 

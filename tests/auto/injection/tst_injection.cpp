@@ -1,11 +1,12 @@
 #include "Api/HealthCheck.h"
 #include "Api/HttpUtil.h"
+#include "Api/InitSender.h"
 #include "Api/OrvaneAPI.h"
+#include "Api/UIStrings.h"
 #include "Config/ApplicationConfigWrapper.h"
-#include "Config/UIStrings.h"
 #include "Core/Injection.h"
-#include "Init/InitSender.h"
 #include "LogCapture.h"
+#include "TestConfig.h"
 
 #include <QTest>
 
@@ -27,7 +28,7 @@ void registerTypes(Injection &container, int *built)
     });
     container.registerSingleton<OrvaneAPI>([](Injection &c) -> std::unique_ptr<OrvaneAPI> {
         auto *http = c.resolve<HttpUtil>();
-        return http ? std::make_unique<OrvaneAPI>(http) : nullptr;
+        return http ? std::make_unique<OrvaneAPI>(http, TestConfig::serviceHost()) : nullptr;
     });
     container.registerSingleton<UIStrings>([](Injection &c) -> std::unique_ptr<UIStrings> {
         return c.resolve<InitSender>() ? std::make_unique<UIStrings>(nullptr) : nullptr;

@@ -1,8 +1,8 @@
 #include "Api/HttpUtil.h"
+#include "Api/MobileInitDTO.h"
+#include "Api/MonitoringConfigDTO.h"
 #include "Api/OrvaneAPI.h"
 #include "Config/ApplicationConfigWrapper.h"
-#include "Init/MobileInitDTO.h"
-#include "Init/MonitoringConfigDTO.h"
 #include "LocalService.h"
 #include "TestConfig.h"
 
@@ -116,7 +116,7 @@ void tst_MonitoringConfig::decode()
     m_service.setCannedReply(u"POST"_s, u"/api/in/im/c"_s, reply);
     ApplicationConfigWrapper wrapper;
     HttpUtil http(&wrapper);
-    OrvaneAPI api(&http);
+    OrvaneAPI api(&http, TestConfig::serviceHost());
     QList<Result<MonitoringConfigDTO>> results;
     api.mobileInit(MobileInitDTO{}, [&results](const auto &result) { results.append(result); });
     QTRY_COMPARE_WITH_TIMEOUT(results.size(), 1, 60000);

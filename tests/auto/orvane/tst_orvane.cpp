@@ -1,9 +1,9 @@
 #include "ChildProcess.h"
-#include "CoBrowsing/CoBrowsing.h"
 #include "Config/ApplicationConfigWrapper.h"
-#include "Core/Injection.h"
+#include "Facade/Kit.h"
+#include "Session/CoBrowsing.h"
+#include "Session/Vistrel.h"
 #include "TestConfig.h"
-#include "Vistrel/Vistrel.h"
 
 #include <Vistrel/Orvane.h>
 #include <Vistrel/OrvaneCoBrowsing.h>
@@ -27,7 +27,7 @@ void runCase(const QString &name, int &argc, char **argv)
     QCoreApplication app(argc, argv);
     QStandardPaths::setTestModeEnabled(true);
     TestConfig::use(u"127.0.0.1:1"_s);
-    Injection &container = Injection::getContainer();
+    Injection &container = Kit::container();
     const auto print = [](const QString &line) { std::printf("%s\n", qPrintable(line)); };
     if (name == u"session"_s) {
         container.registerSingleton<Vistrel>([](Injection &) { return nullptr; });
@@ -63,7 +63,7 @@ private Q_SLOTS:
     {
         // The kit's services may reach for the device identifier.
         QStandardPaths::setTestModeEnabled(true);
-        m_wrapper = Injection::getContainer().resolve<ApplicationConfigWrapper>();
+        m_wrapper = Kit::container().resolve<ApplicationConfigWrapper>();
         QVERIFY(m_wrapper && m_dir.isValid());
     }
     void init()

@@ -1,9 +1,9 @@
 #include "Api/HttpUtil.h"
+#include "Api/MobileInitDTO.h"
+#include "Api/MonitoringConfigDTO.h"
 #include "Api/OrvaneAPI.h"
 #include "ClosedPort.h"
 #include "Config/ApplicationConfigWrapper.h"
-#include "Init/MobileInitDTO.h"
-#include "Init/MonitoringConfigDTO.h"
 #include "LocalService.h"
 #include "TestConfig.h"
 
@@ -41,7 +41,7 @@ private:
     VistrelService::LocalService m_service;
     ApplicationConfigWrapper m_wrapper;
     HttpUtil m_http{&m_wrapper};
-    OrvaneAPI m_api{&m_http};
+    OrvaneAPI m_api{&m_http, TestConfig::serviceHost()};
 };
 
 void tst_OrvaneAPI::buildUrl_data()

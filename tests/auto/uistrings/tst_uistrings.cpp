@@ -1,7 +1,7 @@
 #include "Api/HttpUtil.h"
 #include "Api/OrvaneAPI.h"
+#include "Api/UIStrings.h"
 #include "Config/ApplicationConfigWrapper.h"
-#include "Config/UIStrings.h"
 #include "LocalService.h"
 #include "TestConfig.h"
 
@@ -44,7 +44,7 @@ private:
     VistrelService::LocalService m_service;
     ApplicationConfigWrapper m_wrapper;
     HttpUtil m_http{&m_wrapper};
-    OrvaneAPI m_api{&m_http};
+    OrvaneAPI m_api{&m_http, TestConfig::serviceHost()};
     std::unique_ptr<UIStrings> m_strings;
 };
 

@@ -1,9 +1,9 @@
 #include "Config/ApplicationConfigWrapper.h"
-#include "Core/Injection.h"
+#include "Facade/Kit.h"
 #include "LocalService.h"
 #include "LogCapture.h"
+#include "Session/Vistrel.h"
 #include "TestConfig.h"
-#include "Vistrel/Vistrel.h"
 
 #include <Vistrel/Orvane.h>
 #include <Vistrel/OrvaneVistrel.h>
@@ -73,11 +73,11 @@ private Q_SLOTS:
     void background();
 
 private:
-    static Vistrel *session() { return Injection::getContainer().resolve<Vistrel>(); }
+    static Vistrel *session() { return Kit::container().resolve<Vistrel>(); }
     static OrvaneVistrel *facade() { return Orvane::vistrel(); }
     static ApplicationConfig &config()
     {
-        return Injection::getContainer().resolve<ApplicationConfigWrapper>()->config();
+        return Kit::container().resolve<ApplicationConfigWrapper>()->config();
     }
     static QString currentVisit() { return config().visitConfig.visitId.value_or(QString()); }
     /// Until the device deleted the visit it opened.

@@ -236,8 +236,8 @@ void tst_WebSocketMessageSender::textFrames()
     f.service.queueRawCommand(f.visitId(), frame);
     // A good command after it shows the frame before was dealt with and the socket lives on.
     QVERIFY(f.service.queueCommand(f.visitId(), R"({"a":"c"})"_ba));
-    QTRY_COMPARE(f.handler.messages.size(), handled + 1);
-    QVERIFY(f.handler.messages.last().stop.value_or(false));
+    QTRY_COMPARE(f.commands.size(), handled + 1);
+    QVERIFY(f.commands.last().stop.value_or(false));
     if (!logLine.isEmpty())
         QVERIFY2(f.log.contains(logLine), qPrintable(f.log.lines().join(u'\n')));
 }

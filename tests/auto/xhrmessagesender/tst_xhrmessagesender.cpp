@@ -214,13 +214,12 @@ void tst_XhrMessageSender::replies()
     f.sender.start(u"Main"_s, nullptr, nullptr);
     // The reply is read in the same step that empties the queue.
     QTRY_COMPARE(f.sender.queueSize(), 0);
-    QCOMPARE(f.handler.messages.size(), handled);
+    QCOMPARE(f.commands.size(), handled);
     // The command object itself reached the parser.
     if (body.contains("300"))
-        QCOMPARE(f.handler.messages.first().click,
-                 std::optional(BidirectionalMessage::Click{300, 600}));
+        QCOMPARE(f.commands.first().click, std::optional(BidirectionalMessage::Click{300, 600}));
     else if (handled)
-        QCOMPARE(f.handler.messages.first().stop, std::optional(true));
+        QCOMPARE(f.commands.first().stop, std::optional(true));
     QCOMPARE(f.log.contains(u"[WARNING] XhrMessageSender: Cannot parse message"_s), warns);
 
     // Whatever the reply, the loop goes on.

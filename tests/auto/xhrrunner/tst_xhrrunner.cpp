@@ -62,7 +62,7 @@ private Q_SLOTS:
         m_config->config().tenantId = u"tenant-1"_s;
         m_config->newVisit(std::nullopt);
         m_http = std::make_unique<HttpUtil>(m_config.get());
-        m_api = std::make_unique<OrvaneAPI>(m_http.get());
+        m_api = std::make_unique<OrvaneAPI>(m_http.get(), TestConfig::serviceHost());
         m_communication = std::make_unique<Communication>(m_api.get(), m_config.get());
         m_log.clear();
         m_received.clear();

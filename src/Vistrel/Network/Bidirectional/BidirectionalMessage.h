@@ -10,7 +10,7 @@
 namespace VistrelKit {
 
 /// One agent command as read from the wire; every field may be absent.
-struct VISTREL_EXPORT BidirectionalMessage
+struct VISTREL_AUTOTEST_EXPORT BidirectionalMessage
 {
     /// A tap in device pixels.
     struct Click

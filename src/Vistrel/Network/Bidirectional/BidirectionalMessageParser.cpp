@@ -1,7 +1,5 @@
 #include "Network/Bidirectional/BidirectionalMessageParser.h"
 
-#include "Network/Bidirectional/BidirectionalMessageHandler.h"
-
 #include <cmath>
 #include <limits>
 
@@ -48,15 +46,13 @@ bool isBase64Character(char c)
 }
 } // namespace
 
-BidirectionalMessageParser::BidirectionalMessageParser(BidirectionalMessageHandler *handler,
-                                                       QObject *parent)
+BidirectionalMessageParser::BidirectionalMessageParser(QObject *parent)
     : QObject(parent)
-    , m_handler(handler)
 {}
 
 void BidirectionalMessageParser::parse(const Json &object)
 {
-    m_handler->handle(read(object));
+    Q_EMIT messageReceived(read(object));
 }
 
 BidirectionalMessage BidirectionalMessageParser::read(const Json &object) const

@@ -9,24 +9,25 @@
 
 namespace VistrelKit {
 
-class BidirectionalMessageHandler;
-
 /// Reads agent command objects ({"x":1,"y":2}, {"a":"c"}, {"co":{...}}, {"d":{"u":...}}) into
-/// BidirectionalMessage records and hands each to the handler. Malformed parts are left out.
-class VISTREL_EXPORT BidirectionalMessageParser : public QObject
+/// BidirectionalMessage records and emits each. Malformed parts are left out.
+class VISTREL_AUTOTEST_EXPORT BidirectionalMessageParser : public QObject
 {
     Q_OBJECT
 public:
-    explicit BidirectionalMessageParser(BidirectionalMessageHandler *handler,
-                                        QObject *parent = nullptr);
+    explicit BidirectionalMessageParser(QObject *parent = nullptr);
 
-    /// Reads object and passes the record to the handler. Never fails.
+    /// Reads object and emits the record. Never fails.
     void parse(const Json &object);
     /// The record alone, without handling it.
     BidirectionalMessage read(const Json &object) const;
 
     /// Standard base64 with padding and nothing else; nothing when the text is not that.
     static std::optional<QByteArray> decodeStrictBase64(const QByteArray &text);
+
+Q_SIGNALS:
+    /// One agent command, read; the device carries it out (connected by the kit's wiring).
+    void messageReceived(const VistrelKit::BidirectionalMessage &message);
 
 private:
     void readDrawing(const Json &object, BidirectionalMessage &message) const;
@@ -45,7 +46,6 @@ private:
     const std::string m_clickX = "x";
     const std::string m_clickY = "y";
     const std::string m_base64Prefix = "data:image/png;base64,";
-    BidirectionalMessageHandler *m_handler;
 };
 
 } // namespace VistrelKit

@@ -16,7 +16,7 @@ class HttpUtil;
 /// The WebSocket transport: one connection per visit, each report one binary frame, agent
 /// commands back as text frames (one JSON object each). A connection that drops after it had
 /// opened is reopened at once; one that never opened is reported through onError only.
-class VISTREL_EXPORT WebSocketMessageSender : public MessageSender
+class VISTREL_AUTOTEST_EXPORT WebSocketMessageSender : public MessageSender
 {
     Q_OBJECT
 public:

@@ -15,7 +15,7 @@ class HttpUtil;
 /// The HTTP transport: reports are queued and posted in batches, one ProtoMessageList per flush,
 /// every 0.1 s (0.03 s with increased polling frequency) plus the time of the POST. Each reply
 /// carries the agent's commands.
-class VISTREL_EXPORT XhrMessageSender : public MessageSender
+class VISTREL_AUTOTEST_EXPORT XhrMessageSender : public MessageSender
 {
     Q_OBJECT
 public:

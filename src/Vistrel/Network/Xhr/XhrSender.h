@@ -9,7 +9,7 @@ namespace VistrelKit {
 struct ApplicationConfig;
 
 /// Builds the URL of the HTTP report channel.
-class VISTREL_EXPORT XhrSender
+class VISTREL_AUTOTEST_EXPORT XhrSender
 {
 public:
     /// "<HttpProtocol>://<hostname>/api/ix/m?id=<visit>&sId=&tId=&vId=<visitor>&url=&fsTy=",

@@ -9,7 +9,7 @@ class QWidget;
 namespace VistrelKit {
 
 /// Performs a remote agent's tap on a widget.
-class VISTREL_EXPORT ClickUtil
+class VISTREL_AUTOTEST_EXPORT ClickUtil
 {
 public:
     /// A button is clicked; in an item view the row at the point is selected (through the

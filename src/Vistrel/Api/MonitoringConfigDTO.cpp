@@ -1,4 +1,4 @@
-#include "Init/MonitoringConfigDTO.h"
+#include "Api/MonitoringConfigDTO.h"
 
 using namespace Qt::StringLiterals;
 

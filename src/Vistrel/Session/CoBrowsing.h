@@ -2,6 +2,7 @@
 
 #include "Core/Error.h"
 #include "Core/Result.h"
+#include "Session/CoBrowseView.h"
 
 #include <Vistrel/vistrel_export.h>
 
@@ -14,18 +15,19 @@ namespace VistrelKit {
 
 class ApplicationConfigWrapper;
 class Communication;
-class DefaultUIView;
 class UIStrings;
 class Vistrel;
 
 /// Co-browsing: a screen session plus the co-browse widget that shows its share id. Also
 /// listens on the "SCB" channel, through which an agent starts co-browsing by itself.
-class VISTREL_EXPORT CoBrowsing : public QObject
+class VISTREL_AUTOTEST_EXPORT CoBrowsing : public QObject
 {
     Q_OBJECT
 public:
+    /// viewFactory builds the widget each start shows.
     CoBrowsing(Vistrel *vistrel, UIStrings *uiStrings, ApplicationConfigWrapper *applicationConfig,
-               Communication *communication, QObject *parent = nullptr);
+               Communication *communication, CoBrowseView::Factory viewFactory,
+               QObject *parent = nullptr);
 
     /// Stops any screen session, shows the widget over the topmost window (fetching the UI
     /// texts first when they are not loaded) and starts a new session on sessionId. The
@@ -33,6 +35,9 @@ public:
     void start(const std::optional<QString> &sessionId, ErrorCompletion completion);
     /// Removes the widget and stops the screen session.
     void stop();
+    /// Stops the screen session and starts it again: co-browsing again when it was on, else the
+    /// session alone on a new visit.
+    void restart();
     /// Registers the "SCB" listener; each message on it starts co-browsing.
     void startPollingForStart();
     /// Shows or hides the widget's chat button (nothing without a widget).
@@ -42,27 +47,36 @@ public:
 
     bool isStarted() const { return m_isStarted; }
     /// The widget of the last start; null once it is removed.
-    DefaultUIView *view() const;
+    CoBrowseView *view() const;
 
     QString startCoBrowsingId() const { return m_startCoBrowsingId; }
     double startCoBrowsingPollRate() const { return m_startCoBrowsingPollRate; }
+
+Q_SIGNALS:
+    /// Co-browsing is on: the widget shows and its session started.
+    void started();
+    /// Co-browsing that was on or starting ended.
+    void ended();
+    /// The widget's chat button was tapped.
+    void chatRequested(const QString &tenantId);
 
 private:
     /// On the GUI thread: the widget, then the screen session.
     void showAndStartVistrel(const std::optional<QString> &sessionId, const QString &tenantId,
                              ErrorCompletion completion);
-    Result<DefaultUIView *> showWidget(const QString &tenantId);
+    Result<CoBrowseView *> showWidget(const QString &tenantId);
     QString text(const QString &key, const QString &fallback) const;
 
     Vistrel *m_vistrel;
     UIStrings *m_uiStrings;
     ApplicationConfigWrapper *m_applicationConfig;
     Communication *m_communication;
+    CoBrowseView::Factory m_viewFactory;
     const QString m_startCoBrowsingId;
     const double m_startCoBrowsingPollRate = 3.0;
     const QString m_errorString;
     const QString m_connectingString;
-    QPointer<DefaultUIView> m_view;
+    QPointer<CoBrowseView> m_view;
     bool m_isStarted = false;
 };
 

@@ -7,7 +7,7 @@
 namespace VistrelKit {
 
 /// An image laid over the app that every mouse event goes through.
-class VISTREL_EXPORT PassthroughUIImageView : public QLabel
+class VISTREL_AUTOTEST_EXPORT PassthroughUIImageView : public QLabel
 {
     Q_OBJECT
 public:

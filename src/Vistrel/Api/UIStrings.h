@@ -17,7 +17,7 @@ class OrvaneAPI;
 
 /// User-visible texts by dotted key ("ui.mobile.connecting"), fetched from the service.
 /// Nested objects of the reply are flattened into dotted keys.
-class VISTREL_EXPORT UIStrings : public QObject
+class VISTREL_AUTOTEST_EXPORT UIStrings : public QObject
 {
     Q_OBJECT
 public:

@@ -1,17 +1,16 @@
-#include "Vistrel/Vistrel.h"
+#include "Session/Vistrel.h"
 
 #include "Api/HealthCheck.h"
-#include "CoBrowsing/CoBrowsing.h"
+#include "Api/InitSender.h"
 #include "Config/ApplicationConfigWrapper.h"
 #include "Config/IdUtils.h"
 #include "Core/Injection.h"
 #include "Core/Log.h"
-#include "Init/InitSender.h"
 #include "Monitoring/ViewMonitor.h"
-#include "Monitoring/ViewUtils.h"
 #include "Network/MessageSenderManager.h"
 #include "Network/PingSender.h"
 #include "Network/Xhr/XhrMessageSender.h"
+#include "Widgets/ViewUtils.h"
 
 #include <QGuiApplication>
 
@@ -33,15 +32,16 @@ Vistrel::Vistrel(InitSender *initSender, MessageSenderManager *messageSenderMana
 
 void Vistrel::start(ErrorCompletion completion)
 {
-    start(std::nullopt, false, std::move(completion));
+    start(std::nullopt, Origin::Host, std::move(completion));
 }
 
 void Vistrel::start(const std::optional<QString> &sessionId, ErrorCompletion completion)
 {
-    start(sessionId, true, std::move(completion));
+    start(sessionId, Origin::CoBrowsing, std::move(completion));
 }
 
-void Vistrel::start(const std::optional<QString> &sessionId, bool force, ErrorCompletion completion)
+void Vistrel::start(const std::optional<QString> &sessionId, Origin origin,
+                    ErrorCompletion completion)
 {
     if (m_isRunning) {
         completion(StringError(u"Vistrel is already started"_s));
@@ -54,21 +54,29 @@ void Vistrel::start(const std::optional<QString> &sessionId, bool force, ErrorCo
         config.vistrelConfig.optIn = false;
     m_applicationConfig->newVisit(sessionId);
     config.vistrelConfig.newShareIdAndStartTime();
+    Q_EMIT shareIdChanged(shareId());
 
     QPointer<Vistrel> self(this);
-    sessionStart(force,
-                 [self, completion = std::move(completion)](const std::optional<Error> &error) {
-                     if (!self)
-                         return;
-                     if (error) {
-                         self->m_isRunning = false;
-                     } else {
-                         self->sendActiveUser();
-                         self->setUpBackgroundHandling();
-                         self->m_startCallback();
-                     }
-                     completion(error);
-                 });
+    // Monitoring is forced for co-browsing, whose agent is already waiting for the screen.
+    const bool force = origin == Origin::CoBrowsing;
+    sessionStart(force, [self, origin,
+                         completion = std::move(completion)](const std::optional<Error> &error) {
+        if (!self)
+            return;
+        if (error) {
+            self->m_isRunning = false;
+            Q_EMIT self->startFailed(error->description());
+        } else {
+            // Only the host's start names the user and watches the background.
+            if (origin == Origin::Host) {
+                self->sendActiveUser();
+                self->setUpBackgroundHandling();
+            }
+            self->m_startCallback();
+            Q_EMIT self->started();
+        }
+        completion(error);
+    });
 }
 
 void Vistrel::sessionStart(bool force, ErrorCompletion completion)
@@ -107,8 +115,7 @@ void Vistrel::sessionStart(bool force, ErrorCompletion completion)
                         ApplicationConfig &app = self->m_applicationConfig->config();
                         app.vistrelConfig.storageType = config.storageType.value_or(u"l"_s);
                         app.chatAvailable = config.chatActivated;
-                        if (auto *coBrowsing = Injection::getContainer().resolve<CoBrowsing>())
-                            coBrowsing->setChatAvailable(config.chatActivated.value_or(false));
+                        Q_EMIT self->chatAvailabilityChanged(config.chatActivated.value_or(false));
                         XhrMessageSender *sender = self->m_messageSenderManager->xhrSender();
                         sender->start(ViewUtils::viewName(current), nullptr, nullptr);
 
@@ -125,7 +132,7 @@ void Vistrel::sessionStart(bool force, ErrorCompletion completion)
                             return;
                         }
                         Log::debug(u"Should start or force is set"_s);
-                        app.vistrelConfig.isRecordingStarted = true;
+                        self->setRecording(true);
                         Log::debug(u"Start monitor"_s);
                         self->m_viewMonitor->resetLastScreenshot();
                         self->m_viewMonitor->start(sender, completion);
@@ -147,28 +154,22 @@ void Vistrel::stop()
         m_messageSender->stop();
     m_healthCheck->setRunning(false);
     m_isRunning = false;
-    m_applicationConfig->config().vistrelConfig.isRecordingStarted = false;
+    setRecording(false);
     m_stopCallback();
-    // The co-browse widget has no meaning without the session it shows the id of.
-    if (auto *coBrowsing = Injection::getContainer().resolve<CoBrowsing>())
-        coBrowsing->stop();
+    Q_EMIT stopped();
+}
+
+void Vistrel::setRecording(bool recording)
+{
+    const bool was = connected();
+    m_applicationConfig->config().vistrelConfig.isRecordingStarted = recording;
+    if (was != recording)
+        Q_EMIT connectedChanged(recording);
 }
 
 void Vistrel::restart()
 {
-    auto *coBrowsing = Injection::getContainer().resolve<CoBrowsing>();
-    const bool coBrowsingWasOn = coBrowsing && coBrowsing->isStarted();
     stop();
-    if (coBrowsing)
-        coBrowsing->stop();
-    if (coBrowsingWasOn) {
-        // Co-browsing starts its own session.
-        coBrowsing->start(std::nullopt, [](const std::optional<Error> &error) {
-            if (error)
-                Log::error(u"Error while starting CoBrowsing: "_s + error->description());
-        });
-        return;
-    }
     m_applicationConfig->config().visitConfig.visitId = IdUtils::newUuid();
     QPointer<Vistrel> self(this);
     // Whatever the outcome, the session counts as running again and sends a full screenshot.
@@ -178,8 +179,10 @@ void Vistrel::restart()
         self->m_isRunning = true;
         self->m_viewMonitor->resetLastScreenshot();
         // The host was told of the stop above; it hears of the session's return too.
-        if (!error)
+        if (!error) {
             self->m_startCallback();
+            Q_EMIT self->started();
+        }
     });
 }
 

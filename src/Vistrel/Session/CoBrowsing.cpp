@@ -1,16 +1,12 @@
-#include "CoBrowsing/CoBrowsing.h"
+#include "Session/CoBrowsing.h"
 
-#include "CoBrowsing/DefaultUIView.h"
+#include "Api/UIStrings.h"
 #include "Communication/Communication.h"
 #include "Config/ApplicationConfigWrapper.h"
-#include "Config/UIStrings.h"
-#include "Core/Injection.h"
 #include "Core/Log.h"
 #include "Core/MainQueue.h"
-#include "Monitoring/ViewUtils.h"
-#include "Vistrel/Vistrel.h"
-
-#include <QLabel>
+#include "Session/Vistrel.h"
+#include "Widgets/ViewUtils.h"
 
 using namespace Qt::StringLiterals;
 
@@ -18,12 +14,13 @@ namespace VistrelKit {
 
 CoBrowsing::CoBrowsing(Vistrel *vistrel, UIStrings *uiStrings,
                        ApplicationConfigWrapper *applicationConfig, Communication *communication,
-                       QObject *parent)
+                       CoBrowseView::Factory viewFactory, QObject *parent)
     : QObject(parent)
     , m_vistrel(vistrel)
     , m_uiStrings(uiStrings)
     , m_applicationConfig(applicationConfig)
     , m_communication(communication)
+    , m_viewFactory(std::move(viewFactory))
     , m_startCoBrowsingId(u"SCB"_s)
     , m_errorString(u"ui.mobile.error"_s)
     , m_connectingString(u"ui.mobile.connecting"_s)
@@ -65,7 +62,7 @@ void CoBrowsing::start(const std::optional<QString> &sessionId, ErrorCompletion 
 void CoBrowsing::showAndStartVistrel(const std::optional<QString> &sessionId,
                                      const QString &tenantId, ErrorCompletion completion)
 {
-    const Result<DefaultUIView *> shown = showWidget(tenantId);
+    const Result<CoBrowseView *> shown = showWidget(tenantId);
     if (!shown.isOk()) {
         m_isStarted = false;
         Log::debug(u"Starting UI failed with error: "_s + shown.error().description());
@@ -81,22 +78,25 @@ void CoBrowsing::showAndStartVistrel(const std::optional<QString> &sessionId,
             self->setShareIdText(self->text(self->m_errorString, u"ERROR"_s));
         } else {
             self->setShareIdText(self->m_vistrel->shareId());
+            Q_EMIT self->started();
         }
         completion(error);
     });
 }
 
-Result<DefaultUIView *> CoBrowsing::showWidget(const QString &tenantId)
+Result<CoBrowseView *> CoBrowsing::showWidget(const QString &tenantId)
 {
     QWidget *top = ViewUtils::topViewController();
     if (!top)
         return StringError(u"Cannot find view of controller"_s);
-    if (!ViewUtils::subviews(top, DefaultUIView::staticMetaObject.className()).isEmpty())
+    if (!ViewUtils::subviews(top, CoBrowseView::staticMetaObject.className()).isEmpty())
         return StringError(u"UI is already shown"_s);
-    DefaultUIView *view = DefaultUIView::create(top);
+    CoBrowseView *view = m_viewFactory ? m_viewFactory(top) : nullptr;
     if (!view)
         return StringError(u"Widget cannot be created"_s);
     m_view = view;
+    connect(view, &CoBrowseView::closeRequested, this, &CoBrowsing::stop);
+    connect(view, &CoBrowseView::chatRequested, this, &CoBrowsing::chatRequested);
     setShareIdText(text(m_connectingString, u"CONNECTING"_s));
     view->setTenantId(tenantId);
     view->setChatActivated(m_applicationConfig->config().chatAvailable.value_or(false));
@@ -105,6 +105,7 @@ Result<DefaultUIView *> CoBrowsing::showWidget(const QString &tenantId)
 
 void CoBrowsing::stop()
 {
+    const bool wasOn = m_isStarted || m_view;
     MainQueue::async([view = m_view] {
         if (!view)
             return;
@@ -115,6 +116,24 @@ void CoBrowsing::stop()
     });
     m_vistrel->stop();
     m_isStarted = false;
+    if (wasOn)
+        Q_EMIT ended();
+}
+
+void CoBrowsing::restart()
+{
+    if (!m_isStarted) {
+        // The session's stop also removes a widget a failed start left behind.
+        m_vistrel->restart();
+        return;
+    }
+    m_vistrel->stop();
+    stop();
+    // Co-browsing starts its own session.
+    start(std::nullopt, [](const std::optional<Error> &error) {
+        if (error)
+            Log::error(u"Error while starting CoBrowsing: "_s + error->description());
+    });
 }
 
 void CoBrowsing::startPollingForStart()
@@ -124,14 +143,11 @@ void CoBrowsing::startPollingForStart()
     client.id = m_startCoBrowsingId;
     client.channel = CommunicationChannel::SCB;
     client.rate = 3.0;
-    client.callback = [](const CommunicationMessage &) {
+    client.callback = [self = QPointer<CoBrowsing>(this)](const CommunicationMessage &) {
         Log::debug(u"Got SCB message"_s);
-        auto *coBrowsing = Injection::getContainer().resolve<CoBrowsing>();
-        if (!coBrowsing) {
-            Log::error(u"Cannot get CoBrowsing instance"_s);
+        if (!self)
             return;
-        }
-        coBrowsing->start(std::nullopt, [](const std::optional<Error> &error) {
+        self->start(std::nullopt, [](const std::optional<Error> &error) {
             if (error)
                 Log::error(u"Error while starting CoBrowsing: "_s + error->description());
         });
@@ -150,12 +166,12 @@ void CoBrowsing::setChatAvailable(bool flag)
 void CoBrowsing::setShareIdText(const QString &text)
 {
     MainQueue::async([view = m_view, text] {
-        if (view && view->shareId())
-            view->shareId()->setText(text);
+        if (view)
+            view->setShareIdText(text);
     });
 }
 
-DefaultUIView *CoBrowsing::view() const
+CoBrowseView *CoBrowsing::view() const
 {
     return m_view;
 }

@@ -1,4 +1,4 @@
-#include "Monitoring/ClickUtil.h"
+#include "Widgets/ClickUtil.h"
 
 #include "Core/Log.h"
 

@@ -1,4 +1,4 @@
-#include "Config/UIStrings.h"
+#include "Api/UIStrings.h"
 
 #include "Api/OrvaneAPI.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "Api/PageProperties.h"
 #include "Core/JsonUtils.h"
-#include "Init/PageProperties.h"
 
 #include <Vistrel/vistrel_export.h>
 
@@ -10,7 +10,7 @@
 namespace VistrelKit {
 
 /// The body of the init request, keys in the service's order.
-struct VISTREL_EXPORT MobileInitDTO
+struct VISTREL_AUTOTEST_EXPORT MobileInitDTO
 {
     QString shareId;
     QString redirectId;

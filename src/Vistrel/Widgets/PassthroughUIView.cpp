@@ -1,4 +1,4 @@
-#include "Monitoring/PassthroughUIView.h"
+#include "Widgets/PassthroughUIView.h"
 
 #include <QChildEvent>
 

@@ -1,16 +1,15 @@
-#include "Network/Bidirectional/BidirectionalMessageHandler.h"
+#include "Session/BidirectionalMessageHandler.h"
 
-#include "CoBrowsing/CoBrowsing.h"
+#include "Api/UIStrings.h"
 #include "Config/ApplicationConfigWrapper.h"
 #include "Config/IdUtils.h"
-#include "Config/UIStrings.h"
-#include "Core/Injection.h"
 #include "Core/Log.h"
 #include "Core/MainQueue.h"
-#include "Monitoring/ClickUtil.h"
-#include "Monitoring/PassthroughUIImageView.h"
-#include "Monitoring/ViewUtils.h"
-#include "Vistrel/Vistrel.h"
+#include "Session/CoBrowsing.h"
+#include "Session/Vistrel.h"
+#include "Widgets/ClickUtil.h"
+#include "Widgets/PassthroughUIImageView.h"
+#include "Widgets/ViewUtils.h"
 
 #include <QGraphicsOpacityEffect>
 #include <QMessageBox>
@@ -24,10 +23,13 @@ using namespace Qt::StringLiterals;
 namespace VistrelKit {
 
 BidirectionalMessageHandler::BidirectionalMessageHandler(
-    ApplicationConfigWrapper *applicationConfig, UIStrings *uiStrings, QObject *parent)
+    ApplicationConfigWrapper *applicationConfig, UIStrings *uiStrings, Vistrel *vistrel,
+    CoBrowsing *coBrowsing, QObject *parent)
     : QObject(parent)
     , m_applicationConfig(applicationConfig)
     , m_uiStrings(uiStrings)
+    , m_vistrel(vistrel)
+    , m_coBrowsing(coBrowsing)
 {}
 
 void BidirectionalMessageHandler::handle(const BidirectionalMessage &message)
@@ -94,15 +96,12 @@ void BidirectionalMessageHandler::click(const BidirectionalMessage::Click &click
 
 void BidirectionalMessageHandler::stop()
 {
-    Injection &container = Injection::getContainer();
-    auto *vistrel = container.resolve<Vistrel>();
-    auto *coBrowsing = container.resolve<CoBrowsing>();
-    if (!vistrel || !coBrowsing) {
+    if (!m_vistrel || !m_coBrowsing) {
         Log::warning(u"Cannot resolve vistrel or cobrowsing to stop"_s);
         return;
     }
     // Stops the screen session too.
-    coBrowsing->stop();
+    m_coBrowsing->stop();
 }
 
 void BidirectionalMessageHandler::askForOptIn()
@@ -125,49 +124,56 @@ void BidirectionalMessageHandler::showOptInDialog()
     const QString accept = m_uiStrings->find(u"ui.confirm.accept"_s).value_or(QString());
     const QString decline = m_uiStrings->find(u"ui.confirm.decline"_s).value_or(QString());
     const std::optional<QString> message = m_uiStrings->find(u"ui.mobile.confirm.message"_s);
-    MainQueue::async([title, accept, decline, message] {
-        QWidget *top = ViewUtils::topViewController();
-        if (!top)
-            return;
-        auto *box = new QMessageBox(top);
-        box->setObjectName(u"vistrelOptInDialog"_s);
-        box->setAttribute(Qt::WA_DeleteOnClose);
-        box->setIcon(QMessageBox::Question);
-        if (title) {
-            box->setWindowTitle(*title);
-            box->setText(*title);
-        }
-        if (message)
-            box->setInformativeText(*message);
-        QPushButton *acceptButton = box->addButton(accept, QMessageBox::AcceptRole);
-        QPushButton *declineButton = box->addButton(decline, QMessageBox::RejectRole);
-        box->setDefaultButton(acceptButton);
-        box->setEscapeButton(declineButton);
-        // Declining only closes the box: nothing is sent.
-        QObject::connect(acceptButton, &QPushButton::clicked, [] {
-            auto *coBrowsing = Injection::getContainer().resolve<CoBrowsing>();
-            if (!coBrowsing) {
-                Log::warning(u"Cannot resolve CoBrowsing"_s);
+    MainQueue::async(
+        [self = QPointer<BidirectionalMessageHandler>(this), title, accept, decline, message] {
+            QWidget *top = ViewUtils::topViewController();
+            if (!top)
                 return;
+            auto *box = new QMessageBox(top);
+            box->setObjectName(u"vistrelOptInDialog"_s);
+            box->setAttribute(Qt::WA_DeleteOnClose);
+            box->setIcon(QMessageBox::Question);
+            if (title) {
+                box->setWindowTitle(*title);
+                box->setText(*title);
             }
-            coBrowsing->stop();
-            coBrowsing->start(std::nullopt, [](const std::optional<Error> &error) {
-                if (error)
-                    Log::warning(u"Cannot start CoBrowsing: "_s + error->description());
+            if (message)
+                box->setInformativeText(*message);
+            QPushButton *acceptButton = box->addButton(accept, QMessageBox::AcceptRole);
+            QPushButton *declineButton = box->addButton(decline, QMessageBox::RejectRole);
+            box->setDefaultButton(acceptButton);
+            box->setEscapeButton(declineButton);
+            // Declining only closes the box: nothing is sent.
+            QObject::connect(acceptButton, &QPushButton::clicked, [self] {
+                if (self)
+                    self->startCoBrowsing();
             });
+            box->open();
         });
-        box->open();
-    });
+}
+
+void BidirectionalMessageHandler::startCoBrowsing()
+{
+    if (!m_coBrowsing) {
+        Log::warning(u"Cannot resolve CoBrowsing"_s);
+        return;
+    }
+    m_coBrowsing->stop();
+    // The tenant id goes where co-browsing takes its session id, as the service expects.
+    m_coBrowsing->start(m_applicationConfig->config().tenantId,
+                        [](const std::optional<Error> &error) {
+                            if (error)
+                                Log::warning(u"Cannot start CoBrowsing: "_s + error->description());
+                        });
 }
 
 void BidirectionalMessageHandler::start()
 {
-    auto *vistrel = Injection::getContainer().resolve<Vistrel>();
-    if (!vistrel)
+    if (!m_vistrel)
         return;
     // A new visit id: the restarted session counts as a new visit.
     m_applicationConfig->config().visitConfig.visitId = IdUtils::newUuid();
-    vistrel->sessionStart(true, [](const std::optional<Error> &error) {
+    m_vistrel->sessionStart(true, [](const std::optional<Error> &error) {
         if (error)
             Log::error(u"Cannot execute start: "_s + error->description());
     });

@@ -11,7 +11,7 @@
 namespace VistrelKit {
 
 /// The init reply: whether and how to monitor, and which views to mask.
-struct VISTREL_EXPORT MonitoringConfigDTO
+struct VISTREL_AUTOTEST_EXPORT MonitoringConfigDTO
 {
     bool shouldStartMonitoring = false;
     std::optional<QString> startMonitoringType;

@@ -8,7 +8,7 @@ namespace VistrelKit {
 
 /// An overlay that takes no input on its own area: mouse events outside its visible children go
 /// to the widgets beneath, while its children (buttons, panels) work as usual.
-class VISTREL_EXPORT PassthroughUIView : public QWidget
+class VISTREL_AUTOTEST_EXPORT PassthroughUIView : public QWidget
 {
     Q_OBJECT
 public:

@@ -1,4 +1,4 @@
-#include "Init/InitSender.h"
+#include "Api/InitSender.h"
 
 #include "Config/ApplicationConfigWrapper.h"
 

@@ -1,4 +1,4 @@
-#include "Monitoring/ViewUtils.h"
+#include "Widgets/ViewUtils.h"
 
 #include "Core/MainQueue.h"
 

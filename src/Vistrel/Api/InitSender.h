@@ -1,8 +1,8 @@
 #pragma once
 
+#include "Api/MobileInitDTO.h"
+#include "Api/MonitoringConfigDTO.h"
 #include "Api/OrvaneAPI.h"
-#include "Init/MobileInitDTO.h"
-#include "Init/MonitoringConfigDTO.h"
 
 #include <Vistrel/vistrel_export.h>
 
@@ -13,7 +13,7 @@ namespace VistrelKit {
 class ApplicationConfigWrapper;
 
 /// Announces the device to the service and returns its monitoring settings.
-class VISTREL_EXPORT InitSender : public QObject
+class VISTREL_AUTOTEST_EXPORT InitSender : public QObject
 {
     Q_OBJECT
 public:

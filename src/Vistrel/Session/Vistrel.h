@@ -23,7 +23,7 @@ class ViewMonitor;
 /// The screen session: runs the init handshake, takes the HTTP transport, starts the ping and
 /// the view monitor, closes the transport when the app stays in the background for 5 s and
 /// opens a new visit when it comes back, and stops everything on request.
-class VISTREL_EXPORT Vistrel : public QObject
+class VISTREL_AUTOTEST_EXPORT Vistrel : public QObject
 {
     Q_OBJECT
 public:
@@ -33,20 +33,22 @@ public:
             ViewMonitor *viewMonitor, ApplicationConfigWrapper *applicationConfig,
             PingSender *pingSender, HealthCheck *healthCheck, QObject *parent = nullptr);
 
-    /// A new visit, share id and start time, then the session start. "Vistrel is already
+    /// The host's start: a new visit, share id and start time, then the session start; on
+    /// success the active user is sent and background handling is set up. "Vistrel is already
     /// started" and the session start's errors go to the completion.
     void start(ErrorCompletion completion);
     /// The start of a co-browsing session: the visit is rebuilt on sessionId (a new session
-    /// when absent) and monitoring is forced. "Vistrel is already started" and the session
-    /// start's errors go to the completion.
+    /// when absent) and monitoring is forced; nothing more follows its success. "Vistrel is
+    /// already started" and the session start's errors go to the completion.
     void start(const std::optional<QString> &sessionId, ErrorCompletion completion);
     /// The init handshake and what follows from its reply. force starts monitoring whatever the
     /// reply says. On a transport error the completion runs twice (the error, then "Data is nil").
     void sessionStart(bool force, ErrorCompletion completion);
-    /// Ends the timers, the monitor and the transport (which deletes the visit on the service).
+    /// Ends the timers, the monitor and the transport (which deletes the visit on the service),
+    /// then emits stopped().
     void stop();
-    /// Stops and starts again: co-browsing again when it was on, else the session on a new
-    /// visit id.
+    /// Stops and starts the session again on a new visit id; whatever the outcome it counts as
+    /// running. (Co-browsing's restart comes here when co-browsing is off.)
     void restart();
 
     /// Whether the screen is being recorded.
@@ -74,8 +76,24 @@ public:
     double backgroundTimeout() const { return m_backgroundTimeout; }
     double tagCheckInterval() const { return m_tagCheckInterval; }
 
+Q_SIGNALS:
+    /// A start, a co-browsing start or a restart succeeded.
+    void started();
+    /// A start or a co-browsing start failed, with the error's text.
+    void startFailed(const QString &error);
+    /// The session stopped (co-browsing ends with it).
+    void stopped();
+    /// Whether the screen is recorded changed.
+    void connectedChanged(bool connected);
+    /// A start drew a new share id.
+    void shareIdChanged(const QString &shareId);
+    /// An init reply said whether the service offers chat.
+    void chatAvailabilityChanged(bool available);
+
 private:
-    void start(const std::optional<QString> &sessionId, bool force, ErrorCompletion completion);
+    enum class Origin { Host, CoBrowsing };
+    void start(const std::optional<QString> &sessionId, Origin origin, ErrorCompletion completion);
+    void setRecording(bool recording);
     void setUpBackgroundHandling();
     void onApplicationStateChanged(Qt::ApplicationState state);
     void backgroundTimeoutFired(QTimer *timer);

@@ -1,4 +1,4 @@
-#include "Monitoring/PassthroughUIImageView.h"
+#include "Widgets/PassthroughUIImageView.h"
 
 #include <QPixmap>
 

@@ -1,4 +1,4 @@
-#include "Init/MobileInitDTO.h"
+#include "Api/MobileInitDTO.h"
 
 namespace VistrelKit {
 

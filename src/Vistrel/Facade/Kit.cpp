@@ -1,0 +1,135 @@
+#include "Facade/Kit.h"
+
+#include "Api/HealthCheck.h"
+#include "Api/HttpUtil.h"
+#include "Api/InitSender.h"
+#include "Api/OrvaneAPI.h"
+#include "Api/UIStrings.h"
+#include "CoBrowsing/DefaultUIView.h"
+#include "Communication/Communication.h"
+#include "Config/ApplicationConfigWrapper.h"
+#include "Config/ServiceHost.h"
+#include "Core/Log.h"
+#include "Monitoring/ViewMonitor.h"
+#include "Network/Bidirectional/BidirectionalMessageParser.h"
+#include "Network/MessageSenderManager.h"
+#include "Network/PingSender.h"
+#include "Network/WebSocket/WebSocketMessageSender.h"
+#include "Network/Xhr/XhrMessageSender.h"
+#include "Session/BidirectionalMessageHandler.h"
+#include "Session/CoBrowsing.h"
+#include "Session/Vistrel.h"
+
+#include <Vistrel/Orvane.h>
+#include <Vistrel/OrvaneCoBrowsing.h>
+#include <Vistrel/OrvaneVistrel.h>
+
+using namespace Qt::StringLiterals;
+
+namespace VistrelKit {
+
+Injection &Kit::container()
+{
+    // Never destroyed: the kit's objects live as long as the process.
+    static Injection *container = [] {
+        auto *instance = new Injection;
+        registerKit(*instance);
+        return instance;
+    }();
+    return *container;
+}
+
+namespace {
+// Builds T with from<T, Deps...>(), then lets wire() connect it; nothing when T cannot be built.
+template<class T, class... Deps, class Wire>
+Injection::Factory<T> wired(Wire wire)
+{
+    return [wire](Injection &container) -> std::unique_ptr<T> {
+        std::unique_ptr<T> object = Injection::from<T, Deps...>()(container);
+        if (object)
+            wire(container, object.get());
+        return object;
+    };
+}
+} // namespace
+
+void Kit::registerKit(Injection &container)
+{
+    // In the order of the service's other kits; WebChat (#3) and User (#17) are not built yet.
+    container.registerSingleton<ApplicationConfigWrapper>(
+        Injection::from<ApplicationConfigWrapper>());
+    container.registerSingleton<OrvaneAPI>(Injection::from<OrvaneAPI, HttpUtil, ServiceHost>());
+    container.registerSingleton<Vistrel>(
+        wired<Vistrel, InitSender, MessageSenderManager, ViewMonitor, ApplicationConfigWrapper,
+              PingSender, HealthCheck>([](Injection &, Vistrel *vistrel) {
+            OrvaneVistrel *facade = Orvane::vistrel();
+            QObject::connect(vistrel, &Vistrel::started, facade, &OrvaneVistrel::started);
+            QObject::connect(vistrel, &Vistrel::startFailed, facade, &OrvaneVistrel::startFailed);
+            QObject::connect(vistrel, &Vistrel::stopped, facade, &OrvaneVistrel::stopped);
+            QObject::connect(vistrel, &Vistrel::connectedChanged, facade,
+                             &OrvaneVistrel::connectedChanged);
+            QObject::connect(vistrel, &Vistrel::shareIdChanged, facade,
+                             &OrvaneVistrel::shareIdChanged);
+        }));
+    container.registerSingleton<InitSender>(
+        Injection::from<InitSender, ApplicationConfigWrapper, OrvaneAPI>());
+    container.registerSingleton<MessageSenderManager>(
+        Injection::from<MessageSenderManager, WebSocketMessageSender, XhrMessageSender,
+                        ApplicationConfigWrapper, HealthCheck>());
+    container.registerSingleton<XhrMessageSender>(
+        Injection::from<XhrMessageSender, ApplicationConfigWrapper, InitSender, OrvaneAPI, HttpUtil,
+                        BidirectionalMessageParser>());
+    container.registerSingleton<WebSocketMessageSender>(
+        Injection::from<WebSocketMessageSender, ApplicationConfigWrapper, InitSender, OrvaneAPI,
+                        HttpUtil, BidirectionalMessageParser>());
+    container.registerSingleton<ViewMonitor>(
+        Injection::from<ViewMonitor, ApplicationConfigWrapper>());
+    container.registerSingleton<PingSender>(
+        Injection::from<PingSender, ApplicationConfigWrapper>());
+    container.registerSingleton<BidirectionalMessageParser>(
+        wired<BidirectionalMessageParser>([](Injection &c, BidirectionalMessageParser *parser) {
+            // The handler needs the session, which needs the transports, which need the parser:
+            // it is built when the first command arrives, once the session runs.
+            QObject::connect(parser, &BidirectionalMessageParser::messageReceived, parser,
+                             [&c](const BidirectionalMessage &message) {
+                                 if (auto *handler = c.resolveOrLog<BidirectionalMessageHandler>())
+                                     handler->handle(message);
+                             });
+        }));
+    container.registerSingleton<BidirectionalMessageHandler>(
+        Injection::from<BidirectionalMessageHandler, ApplicationConfigWrapper, UIStrings, Vistrel,
+                        CoBrowsing>());
+    container.registerSingleton<HealthCheck>(
+        Injection::from<HealthCheck, ApplicationConfigWrapper, OrvaneAPI>());
+    container.registerSingleton<HttpUtil>(Injection::from<HttpUtil, ApplicationConfigWrapper>());
+    container.registerSingleton<CoBrowsing>([](Injection &c) -> std::unique_ptr<CoBrowsing> {
+        auto *vistrel = c.resolve<Vistrel>();
+        auto *uiStrings = c.resolve<UIStrings>();
+        auto *config = c.resolve<ApplicationConfigWrapper>();
+        auto *communication = c.resolve<Communication>();
+        if (!vistrel || !uiStrings || !config || !communication)
+            return nullptr;
+        auto coBrowsing = std::make_unique<CoBrowsing>(
+            vistrel, uiStrings, config, communication,
+            [](QWidget *parent) -> CoBrowseView * { return DefaultUIView::create(parent); });
+        CoBrowsing *object = coBrowsing.get();
+        // The widget has no meaning without the session it shows the id of.
+        QObject::connect(vistrel, &Vistrel::stopped, object, &CoBrowsing::stop);
+        QObject::connect(vistrel, &Vistrel::chatAvailabilityChanged, object,
+                         &CoBrowsing::setChatAvailable);
+        QObject::connect(object, &CoBrowsing::chatRequested, object, [] {
+            // The web chat is not part of this build, so there is no instance to open it with.
+            Log::error(u"Cannot find instance of WebChat"_s);
+        });
+        OrvaneCoBrowsing *facade = Orvane::coBrowsing();
+        QObject::connect(object, &CoBrowsing::started, facade, &OrvaneCoBrowsing::started);
+        QObject::connect(object, &CoBrowsing::ended, facade, &OrvaneCoBrowsing::ended);
+        return coBrowsing;
+    });
+    container.registerSingleton<UIStrings>(Injection::from<UIStrings, OrvaneAPI>());
+    container.registerSingleton<Communication>(
+        Injection::from<Communication, OrvaneAPI, ApplicationConfigWrapper>());
+    container.registerSingleton<ServiceHost>(Injection::from<ServiceHost>());
+}
+
+} // namespace VistrelKit
