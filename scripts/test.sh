@@ -1,12 +1,27 @@
 #!/usr/bin/env bash
 # Builds the kit, the local service and the tests, then runs every test (offscreen), once in the
 # developer build and once under AddressSanitizer + UndefinedBehaviorSanitizer.
-#   scripts/test.sh            both presets
+#   scripts/test.sh            both presets, the layer check and a plain CMake build
 #   scripts/test.sh dev        one preset (dev or asan)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/install-deps.sh
+python3 scripts/check-layers.py
+if [ $# -eq 0 ]; then
+    # The package as a Qt developer builds it: CMake's default generator, no preset, the kit
+    # alone; it must export its public classes and nothing else.
+    echo "=== plain cmake build (default generator)"
+    cmake -S . -B build/plain -DVISTREL_BUILD_TESTS=OFF -DVISTREL_BUILD_SERVICE=OFF \
+        -DVISTREL_BUILD_BENCH=OFF
+    cmake --build build/plain -j "$(nproc)"
+    symbols=$(nm -DC --defined-only build/plain/src/Vistrel/libVistrel.so)
+    grep -q "VistrelKit::OrvaneVistrel::start()" <<<"$symbols"
+    if grep -E "VistrelKit::(Vistrel|ViewMonitor|HttpUtil)::" <<<"$symbols"; then
+        echo "The package exports private classes" >&2
+        exit 1
+    fi
+fi
 presets=("${@:-dev asan}")
 for preset in ${presets[@]}; do
     echo "=== preset $preset"

@@ -8,6 +8,8 @@
 #include "Session/Vistrel.h"
 #include "Widgets/ViewUtils.h"
 
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 namespace VistrelKit {
@@ -105,8 +107,10 @@ Result<CoBrowseView *> CoBrowsing::showWidget(const QString &tenantId)
 
 void CoBrowsing::stop()
 {
-    const bool wasOn = m_isStarted || m_view;
-    MainQueue::async([view = m_view] {
+    // Taken at once: the host sees the widget gone, and the session's stop, which calls this
+    // again, finds nothing left to end.
+    const QPointer<CoBrowseView> view = std::exchange(m_view, nullptr);
+    MainQueue::async([view] {
         if (!view)
             return;
         // Out of the window's tree at once, so a start right after this finds no widget.
@@ -116,7 +120,7 @@ void CoBrowsing::stop()
     });
     m_vistrel->stop();
     m_isStarted = false;
-    if (wasOn)
+    if (view)
         Q_EMIT ended();
 }
 

@@ -33,7 +33,7 @@ public:
     /// texts first when they are not loaded) and starts a new session on sessionId. The
     /// completion is not called when the widget cannot be shown (that is logged instead).
     void start(const std::optional<QString> &sessionId, ErrorCompletion completion);
-    /// Removes the widget and stops the screen session.
+    /// Removes the widget (view() is null from now on) and stops the screen session.
     void stop();
     /// Stops the screen session and starts it again: co-browsing again when it was on, else the
     /// session alone on a new visit.
@@ -46,7 +46,7 @@ public:
     void setShareIdText(const QString &text);
 
     bool isStarted() const { return m_isStarted; }
-    /// The widget of the last start; null once it is removed.
+    /// The widget on screen; null before a start shows one and after a stop.
     CoBrowseView *view() const;
 
     QString startCoBrowsingId() const { return m_startCoBrowsingId; }
@@ -55,7 +55,7 @@ public:
 Q_SIGNALS:
     /// Co-browsing is on: the widget shows and its session started.
     void started();
-    /// Co-browsing that was on or starting ended.
+    /// The widget went: co-browsing ended, however it was stopped.
     void ended();
     /// The widget's chat button was tapped.
     void chatRequested(const QString &tenantId);

@@ -44,7 +44,9 @@ void Vistrel::start(const std::optional<QString> &sessionId, Origin origin,
                     ErrorCompletion completion)
 {
     if (m_isRunning) {
-        completion(StringError(u"Vistrel is already started"_s));
+        const StringError error(u"Vistrel is already started"_s);
+        Q_EMIT startFailed(error.description());
+        completion(error);
         return;
     }
     m_isRunning = true;
