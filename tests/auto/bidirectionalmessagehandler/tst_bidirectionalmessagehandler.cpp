@@ -189,6 +189,11 @@ private Q_SLOTS:
             QTRY_VERIFY(resolve<CoBrowsing>()->view());
             QVERIFY(m_service.waitFor([&] { return visitId() != visit; }));
             QVERIFY(m_service.waitForVisitOpen(visitId()));
+            // Co-browsing takes the tenant id as its session id, and the service sees it.
+            const QString tenant = config().tenantId.value_or(QString());
+            QVERIFY(!tenant.isEmpty());
+            QCOMPARE(config().visitConfig.sessionId, std::optional(tenant));
+            QCOMPARE(m_service.visit(visitId())->sessionId(), tenant);
         } else {
             QTest::qWait(300);
             QCOMPARE(m_service.requests(u"/api/in/im/c"_s).size(), 0);

@@ -117,6 +117,22 @@ private Q_SLOTS:
         }));
     }
 
+    void restartStartsCoBrowsingAgain()
+    {
+        QVERIFY(startWidget());
+        QVERIFY(m_service.waitFor([] { return resolve<Vistrel>()->connected(); }));
+        const QString visit = *visitConfig().visitId;
+        QPointer<CoBrowseView> before = resolve<CoBrowsing>()->view();
+        resolve<CoBrowsing>()->restart();
+        // The old widget goes, a new one comes with a session on a new visit.
+        QTRY_VERIFY(!before);
+        QVERIFY(m_service.waitFor([] { return resolve<Vistrel>()->connected(); }));
+        QVERIFY(resolve<CoBrowsing>()->isStarted());
+        QVERIFY(resolve<CoBrowsing>()->view());
+        QVERIFY(*visitConfig().visitId != visit);
+        QVERIFY(m_service.waitForVisitOpen(*visitConfig().visitId));
+    }
+
     void widgetLeftOnScreenRefusesAStart()
     {
         std::unique_ptr<DefaultUIView> leftOver(DefaultUIView::create(&m_window));

@@ -45,6 +45,15 @@ void runCase(const QString &name, int &argc, char **argv)
         coBrowsing->start();
         coBrowsing->stop();
         print(u"shown "_s + (coBrowsing->isShown() ? u"true"_s : u"false"_s));
+    } else if (name == u"log handler"_s) {
+        container.registerSingleton<Vistrel>([](Injection &) { return nullptr; });
+        Orvane::setLogHandler(
+            [print](const QString &level, const QString &source, const QString &message) {
+                print(u"handled "_s + level + u'|' + source + u'|' + message);
+            });
+        Orvane::vistrel()->stop();
+        Orvane::setLogHandler({});
+        Orvane::vistrel()->stop();
     } else {
         container.registerSingleton<ApplicationConfigWrapper>([](Injection &) { return nullptr; });
         print(u"initConfig "_s + (Orvane::initConfig(u"t"_s, u"k"_s) ? u"given"_s : u"none"_s));
@@ -193,6 +202,9 @@ void tst_Orvane::facadeWithoutItsObject_data()
     const QString noCoBrowsing = u"[ERROR] OrvaneCoBrowsing: Cannot get CoBrowsing instance"_s;
     QTest::newRow("co-browsing") << QStringList{noCoBrowsing, noCoBrowsing, noCoBrowsing,
                                                 u"shown false"_s};
+    // The host's handler takes the line instead of standard output, until it is removed.
+    QTest::newRow("log handler") << QStringList{
+        u"handled ERROR|OrvaneVistrel|Cannot find instance of Vistrel"_s, noSession};
     QTest::newRow("configuration") << QStringList{
         u"[ERROR] Orvane: Cannot find instance of Application Config"_s, u"initConfig none"_s};
 }

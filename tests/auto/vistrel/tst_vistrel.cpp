@@ -6,6 +6,7 @@
 #include "TestConfig.h"
 
 #include <Vistrel/Orvane.h>
+#include <Vistrel/OrvaneCoBrowsing.h>
 #include <Vistrel/OrvaneVistrel.h>
 
 #include <QApplication>
@@ -14,6 +15,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLabel>
+#include <QSignalSpy>
 #include <QStandardPaths>
 #include <QTest>
 #include <qpa/qwindowsysteminterface.h>
@@ -71,6 +73,8 @@ private Q_SLOTS:
     void initReplies();
     void background_data();
     void background();
+    void activeUser_data();
+    void activeUser();
 
 private:
     static Vistrel *session() { return Kit::container().resolve<Vistrel>(); }
@@ -163,6 +167,11 @@ void tst_Vistrel::startAndStop()
     int started = 0;
     int stopped = 0;
     facade()->registerCallbacks([&] { ++started; }, [&] { ++stopped; });
+    QSignalSpy startedSignal(facade(), &OrvaneVistrel::started);
+    QSignalSpy stoppedSignal(facade(), &OrvaneVistrel::stopped);
+    QSignalSpy connectedSignal(facade(), &OrvaneVistrel::connectedChanged);
+    QSignalSpy shareIdSignal(facade(), &OrvaneVistrel::shareIdChanged);
+    QSignalSpy failedSignal(facade(), &OrvaneVistrel::startFailed);
     const QJsonObject masked{{u"blacklist"_s, QJsonArray{u"7"_s}},
                              {u"blacklistClasses"_s, QJsonArray{u"QLineEdit"_s}}};
     m_service.setMonitoringConfig(reply({{u"storageType"_s, u"s"_s}, {u"ios"_s, masked}}));
@@ -188,6 +197,10 @@ void tst_Vistrel::startAndStop()
     const QString shareId = facade()->shareId();
     QVERIFY(!shareId.isEmpty());
     QCOMPARE(announced->shareId, shareId);
+    QCOMPARE(shareIdSignal.size(), 1);
+    QCOMPARE(shareIdSignal.first().first().toString(), shareId);
+    QCOMPARE(connectedSignal.size(), 1);
+    QCOMPARE(connectedSignal.first().first().toBool(), true);
     const VistrelService::Visit *opened = m_service.visit(visitId);
     QCOMPARE(opened->sessionId(), *visit.sessionId);
     QCOMPARE(opened->visitorId(), *visit.visitorId);
@@ -195,6 +208,9 @@ void tst_Vistrel::startAndStop()
 
     facade()->start();
     QCOMPARE(m_log.count(alreadyStarted), 1);
+    QCOMPARE(failedSignal.size(), 1);
+    QCOMPARE(failedSignal.first().first().toString(),
+             u"StringError(mMsg: \"Vistrel is already started\")"_s);
     QCOMPARE(currentVisit(), visitId);
     QCOMPARE(facade()->shareId(), shareId);
 
@@ -211,6 +227,7 @@ void tst_Vistrel::startAndStop()
     facade()->stop();
     QCOMPARE(stopped, 2);
     QVERIFY(!facade()->connected());
+    QCOMPARE(connectedSignal.last().first().toBool(), false);
     QVERIFY(waitForEnd(restarted));
     m_log.clear();
     facade()->stop();
@@ -222,6 +239,9 @@ void tst_Vistrel::startAndStop()
     QVERIFY(!m_log.contains(pingTask));
     QCOMPARE(m_service.requests(initPath).size(), 2);
     QCOMPARE(started, 2);
+    // The signals tell what the callbacks tell.
+    QCOMPARE(startedSignal.size(), started);
+    QCOMPARE(stoppedSignal.size(), stopped);
 }
 
 void tst_Vistrel::stopWhileStarting_data()
@@ -366,6 +386,52 @@ void tst_Vistrel::background()
     QVERIFY(m_service.waitForVisitOpen(*now.visitId, patience));
     QCOMPARE(m_service.visit(*now.visitId)->sessionId(), *now.sessionId);
     QVERIFY(m_service.waitForReports(*now.visitId, 1, patience));
+}
+
+void tst_Vistrel::activeUser_data()
+{
+    QTest::addColumn<bool>("coBrowsing");
+    QTest::addColumn<int>("userTags");
+    QTest::newRow("the host's start names the user") << false << 1;
+    // Co-browsing's start is the session start alone.
+    QTest::newRow("a co-browsing start does not") << true << 0;
+}
+
+void tst_Vistrel::activeUser()
+{
+    QFETCH(bool, coBrowsing);
+    QFETCH(int, userTags);
+    QSignalSpy coBrowsingStarted(Orvane::coBrowsing(), &OrvaneCoBrowsing::started);
+    QSignalSpy coBrowsingEnded(Orvane::coBrowsing(), &OrvaneCoBrowsing::ended);
+    ActiveUser user;
+    user.id = u"user-1"_s;
+    user.email = u"ann@example.com"_s;
+    config().activeUserTag = user;
+    if (coBrowsing)
+        Orvane::coBrowsing()->start(u"tenant-1"_s, u"token-1"_s);
+    else
+        facade()->start(u"tenant-1"_s, u"token-1"_s);
+    QVERIFY(m_service.waitFor([] { return facade()->connected(); }, patience));
+    const QString visitId = currentVisit();
+    QVERIFY(waitForScreenshot(visitId));
+    const auto sentUserTags = [&] {
+        int count = 0;
+        for (const Report &report : m_service.visit(visitId)->reports())
+            count += report.message.usertag_size();
+        return count;
+    };
+    if (userTags)
+        QTRY_COMPARE_WITH_TIMEOUT(sentUserTags(), userTags, patience);
+    else
+        QTest::qWait(1500); // the user tag goes right after the start succeeds
+    QCOMPARE(sentUserTags(), userTags);
+    config().activeUserTag.reset();
+    QCOMPARE(coBrowsingStarted.size(), coBrowsing ? 1 : 0);
+    if (coBrowsing) {
+        Orvane::coBrowsing()->stop();
+        QCOMPARE(coBrowsingEnded.size(), 1);
+        QVERIFY(waitForEnd(visitId));
+    }
 }
 
 QTEST_MAIN(tst_Vistrel)
