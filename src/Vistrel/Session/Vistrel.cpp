@@ -14,6 +14,9 @@
 
 #include <QGuiApplication>
 
+#include <memory>
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 namespace VistrelKit {
@@ -61,13 +64,17 @@ void Vistrel::start(const std::optional<QString> &sessionId, Origin origin,
     QPointer<Vistrel> self(this);
     // Monitoring is forced for co-browsing, whose agent is already waiting for the screen.
     const bool force = origin == Origin::CoBrowsing;
-    sessionStart(force, [self, origin,
+    // A transport error reaches the completion twice (the error, then "Data is nil"): the host
+    // hears of the first.
+    auto failureReported = std::make_shared<bool>(false);
+    sessionStart(force, [self, origin, failureReported,
                          completion = std::move(completion)](const std::optional<Error> &error) {
         if (!self)
             return;
         if (error) {
             self->m_isRunning = false;
-            Q_EMIT self->startFailed(error->description());
+            if (!std::exchange(*failureReported, true))
+                Q_EMIT self->startFailed(error->description());
         } else {
             // Only the host's start names the user and watches the background.
             if (origin == Origin::Host) {

@@ -1,0 +1,271 @@
+#include "CaptureFixture.h"
+#include "Config/IOSConfig.h"
+#include "LogCapture.h"
+#include "Monitoring/PrivacyUtils.h"
+#include "Widgets/PassthroughUIImageView.h"
+
+#include <QCommandLinkButton>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QStackedWidget>
+#include <QTabBar>
+#include <QTabWidget>
+#include <QVBoxLayout>
+#include <QWindow>
+
+using namespace Qt::StringLiterals;
+using namespace VistrelKit;
+
+// A class the app registers but does not show.
+class AuditBadge : public QLabel
+{
+    Q_OBJECT
+};
+
+// The mean colour of a rectangle of the window (in units) as the agent sees it: a third of the
+// device pixels at a ratio of 2. The border is left out: JPEG smears edges.
+static QColor colourIn(const QByteArray &screenshot, const QRect &rect)
+{
+    const QRect area(rect.topLeft() * 2 / 3, rect.size() * 2 / 3);
+    const QImage part = CaptureFixture::decodeJpeg(screenshot).copy(area.adjusted(3, 3, -3, -3));
+    return part.scaled(1, 1, Qt::IgnoreAspectRatio, Qt::SmoothTransformation).pixelColor(0, 0);
+}
+
+// Hides a window right after the monitor's next screenshot tick, before the capture it queued.
+struct HideAfterNextTick : QObject
+{
+    QWidget *window = nullptr;
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        auto *timer = qobject_cast<QTimer *>(watched);
+        // Posted before the tick runs, so it runs after the tick and before what it posts.
+        if (window && event->type() == QEvent::Timer && timer &&
+            timer->interval() == ViewMonitor::ScreenshotIntervalMs)
+            QMetaObject::invokeMethod(std::exchange(window, nullptr), &QWidget::hide,
+                                      Qt::QueuedConnection);
+        return false;
+    }
+};
+
+/// What the view monitor sends, read back from the service: screenshots (decoded, their private
+/// widgets masked), page changes and taps.
+class tst_Monitoring : public QObject
+{
+    Q_OBJECT
+public:
+    // Device pixels differ from widget units, so a missing or doubled scaling shows.
+    static void initMain() { qputenv("QT_SCALE_FACTOR", "2"); }
+
+private:
+    std::unique_ptr<CaptureFixture> f;
+
+private Q_SLOTS:
+    void initTestCase() { qRegisterMetaType<AuditBadge *>(); }
+    void init() { f = std::make_unique<CaptureFixture>(); }
+    void cleanup() { f.reset(); }
+
+    void screenshotsOnlyWhileStartedAndChanged()
+    {
+        auto *block = new QLabel(&f->screen);
+        block->setGeometry(240, 180, 60, 45);
+        block->setStyleSheet(u"background: red"_s);
+        // Before any window is shown (one of no area is none) the start fails, but its
+        // screenshot timer runs on.
+        f->window.resize(0, 0);
+        f->window.show();
+        QCOMPARE(f->startMonitor(), u"Cannot get root view"_s);
+        QVERIFY(f->showWindow());
+        QVERIFY(f->waitForScreenshots(1));
+        QTest::qWait(1000); // several ticks of an unchanged window
+        QCOMPARE(f->screenshots().size(), 1);
+        f->monitor.stop();
+        block->setStyleSheet(u"background: blue"_s);
+        // Nor does a start stopped in the same turn run anything.
+        f->monitor.start(&f->sender, [](const std::optional<Error> &) {});
+        f->monitor.stop();
+        QTest::qWait(700);
+        QVERIFY(f->flushReports(u"after stop"_s));
+        QCOMPARE(f->screenshots().size(), 1);
+        QCOMPARE(f->startMonitor(), QString());
+        QVERIFY(f->waitForScreenshots(2));
+        QVERIFY(colourIn(f->screenshots().at(1), block->geometry()).blue() > 200);
+    }
+
+    void screenshotOfTheWindowOnTop()
+    {
+        // The window on top goes away between a tick and its capture: its private label must
+        // not be sent masked against the next window's widgets.
+        auto *secret = new QLabel(&f->screen);
+        secret->setGeometry(f->screen.rect());
+        secret->setStyleSheet(u"background: red"_s);
+        f->config->config().vistrelConfig.iosConfig = IOSConfig{{}, {u"QLabel"_s}};
+        f->window.setPalette(QPalette(Qt::green));
+        f->window.show();
+        QVERIFY(f->showWindow());
+        HideAfterNextTick hide;
+        hide.window = &f->screen;
+        qApp->installEventFilter(&hide);
+        QCOMPARE(f->startMonitor(), QString());
+        QVERIFY(f->waitForScreenshots(1));
+        QVERIFY(!hide.window); // else nothing came between a tick and its capture
+        QVERIFY(colourIn(f->screenshots().constFirst(), f->window.rect()).red() < 100);
+    }
+
+    void masking_data()
+    {
+        QTest::addColumn<QString>("tags");
+        QTest::addColumn<QString>("classes");
+        QTest::addColumn<QString>("masked");
+        QTest::addColumn<QString>("warning"); // empty: none at all
+        QTest::newRow("tags: reused, nested, also on a page not shown, on no widget")
+            << u"7 9 42"_s << QString() << u"secret twin nested"_s << QString();
+        QTest::newRow("tag that is not a number")
+            << u"abc 7"_s << QString() << u"secret twin"_s
+            << u"[WARNING] PrivacyUtils: Cannot convert tag to integer"_s;
+        QTest::newRow("classes: subclassed, nested, in a namespace, without an instance")
+            << QString() << u"QPushButton VistrelKit::PassthroughUIImageView AuditBadge"_s
+            << u"button link nestedButton image"_s << QString();
+        QTest::newRow("unknown class")
+            << QString() << u"NoSuchWidget VistrelKit::PassthroughUIImageView"_s << u"image"_s
+            << u"[WARNING] PrivacyUtils: Cannot convert class name to class"_s;
+    }
+    void masking()
+    {
+        QFETCH(QString, tags);
+        QFETCH(QString, classes);
+        QFETCH(QString, masked);
+        QFETCH(QString, warning);
+        LogCapture log;
+        f->config->config().vistrelConfig.iosConfig = IOSConfig{
+            tags.split(u' ', Qt::SkipEmptyParts), classes.split(u' ', Qt::SkipEmptyParts)};
+        // Fixed places, so that the service's rectangle of a nested widget falls on empty
+        // background and never on another widget.
+        QWidget &window = f->screen;
+        window.resize(400, 300);
+        const auto place = [](QWidget *widget, const QString &name, const QRect &rect,
+                              int tag = 0) {
+            widget->setObjectName(name);
+            widget->setGeometry(rect);
+            widget->setProperty(PrivacyUtils::TagProperty, tag ? QVariant(tag) : QVariant());
+        };
+        // Masking a private field on a page not shown would black out the page shown instead.
+        // It comes first, so the tag's other widgets must still be found.
+        auto *pages = new QStackedWidget(&window);
+        pages->setGeometry(105, 60, 90, 30);
+        pages->addWidget(new QWidget);
+        pages->addWidget(new QPushButton);
+        place(pages->widget(1), u"hidden"_s, pages->rect(), 7);
+        place(new QLineEdit(&window), u"secret"_s, {10, 10, 90, 30}, 7);
+        place(new QLineEdit(&window), u"control"_s, {105, 10, 90, 30});
+        place(new QPushButton(&window), u"button"_s, {200, 10, 90, 30});
+        place(new QCommandLinkButton(&window), u"link"_s, {295, 10, 90, 30});
+        place(new PassthroughUIImageView(&window), u"image"_s, {10, 60, 90, 30});
+        place(new QLineEdit(&window), u"twin"_s, {10, 110, 90, 30}, 7);
+        auto *container = new QFrame(&window);
+        container->setGeometry(200, 150, 190, 140);
+        place(new QLineEdit(container), u"nested"_s, {10, 10, 80, 30}, 9);
+        place(new QPushButton(container), u"nestedButton"_s, {10, 80, 80, 30});
+        QVERIFY(f->showWindow());
+
+        QCOMPARE(f->startMonitor(), QString());
+        QVERIFY(f->waitForScreenshots(1));
+        const QByteArray shot = f->screenshots().constFirst();
+        // The whole window, scaled to a third.
+        QCOMPARE(CaptureFixture::decodeJpeg(shot).size(), QSize(400 * 2 / 3, 300 * 2 / 3));
+        for (QWidget *widget : window.findChildren<QWidget *>()) {
+            const QString name = widget->objectName();
+            if (name.isEmpty())
+                continue;
+            const auto grey = [&](const QPoint &origin) {
+                return qGray(colourIn(shot, QRect(origin, widget->size())).rgb());
+            };
+            const bool isPrivate = masked.split(u' ').contains(name);
+            const int seen = grey(widget->mapTo(&window, QPoint()));
+            QVERIFY2(isPrivate ? seen < 40 : seen > 120, qPrintable(name));
+            // The service's rectangle as well: the frame's origin divided by the ratio.
+            QVERIFY2(!isPrivate || grey(widget->mapTo(&window, widget->pos()) / 2) < 40,
+                     qPrintable(name));
+        }
+        QCOMPARE(log.contains(u"[WARNING]"_s), !warning.isEmpty());
+        QVERIFY(warning.isEmpty() || log.contains(warning));
+    }
+
+    void reports_data()
+    {
+        // Steps: "hide" the window while checks run on, "stop", then a "tap" (through the
+        // window, as a user's) or a "press" alone, on the "button" or else on the page, which
+        // ignores it and so passes it on; or a switch of the outer "tab" or the inner "stack".
+        QTest::addColumn<QString>("steps");
+        QTest::addColumn<int>("moveBy");   // between press and release
+        QTest::addColumn<QString>("sent"); // "click": at the release
+        const int drag = QApplication::startDragDistance();
+        QTest::newRow("tap") << u"tap button"_s << 0 << u"click"_s;
+        QTest::newRow("ignored tap moved within the drag distance")
+            << u"tap"_s << drag << u"click"_s;
+        QTest::newRow("dragged further") << u"tap button"_s << drag + 1 << QString();
+        QTest::newRow("press without release") << u"press button"_s << 0 << QString();
+        QTest::newRow("tap after stop") << u"stop tap button"_s << 0 << QString();
+        QTest::newRow("tab") << u"tab"_s << 0 << u"page QLabel"_s;
+        QTest::newRow("stack inside a tab page") << u"stack"_s << 0 << u"page QLabel"_s;
+        QTest::newRow("stopped while no window was shown") << u"hide stop tab"_s << 0 << QString();
+    }
+    void reports()
+    {
+        QFETCH(QString, steps);
+        QFETCH(int, moveBy);
+        QFETCH(QString, sent);
+        // The outer tab's first page is a plain widget; the stack inside it names the screen.
+        // Pages look alike, so that no screenshot's post swallows a report.
+        auto *stack = new QStackedWidget;
+        stack->addWidget(new QFrame);
+        stack->addWidget(new QLabel);
+        auto *page = new QWidget;
+        (new QVBoxLayout(page))->addWidget(stack);
+        auto *tabs = new QTabWidget;
+        tabs->tabBar()->hide();
+        tabs->addTab(page, u"Main"_s);
+        tabs->addTab(new QLabel, u"List"_s);
+        (new QVBoxLayout(&f->screen))->addWidget(tabs);
+        auto *button = new QPushButton(u"Pay"_s, &f->screen);
+        button->setGeometry(30, 40, 100, 30);
+        button->setFocusPolicy(Qt::NoFocus); // looks the same after the tap
+        QVERIFY(f->showWindow());
+        QCOMPARE(f->startMonitor(), QString());
+        // The first check only learns the name.
+        QTRY_VERIFY_WITH_TIMEOUT(f->monitor.lastView() == u"QFrame"_s, 20000);
+        QVERIFY(f->flushReports(u"first check"_s));
+
+        if (steps.startsWith(u"hide"_s)) {
+            f->screen.hide();
+            QTest::qWait(1100);
+        }
+        if (steps.contains(u"stop"_s)) {
+            f->monitor.stop();
+            QTRY_VERIFY(!f->monitor.isCapturingClicks());
+            f->screen.show();
+        }
+        QWidget *widget = steps.contains(u"button"_s) ? button : stack->currentWidget();
+        const QPoint press = widget->mapTo(&f->screen, QPoint(7, 5));
+        const QPoint release = press + QPoint(moveBy, 0);
+        if (steps.contains(u"tab"_s) || steps.contains(u"stack"_s)) {
+            stack->setCurrentIndex(steps.contains(u"stack"_s) ? 1 : 0);
+            tabs->setCurrentIndex(steps.contains(u"tab"_s) ? 1 : 0);
+            QTest::qWait(1100); // until the next check
+        } else {
+            QTest::mousePress(f->screen.windowHandle(), Qt::LeftButton, {}, press);
+            if (steps.contains(u"tap"_s))
+                QTest::mouseRelease(f->screen.windowHandle(), Qt::LeftButton, {}, release);
+        }
+        QVERIFY(f->flushReports(u"after"_s));
+        if (sent == u"click"_s)
+            sent = u"click %1,%2"_s.arg(release.x() * 2).arg(release.y() * 2);
+        QCOMPARE(f->events().filter(u"click"_s) + f->events().filter(u"page"_s),
+                 sent.isEmpty() ? QStringList() : QStringList{sent});
+        if (steps.contains(u"press"_s)) // no button left held for the next case
+            QTest::mouseRelease(f->screen.windowHandle(), Qt::LeftButton, {}, QPoint(300, 230));
+    }
+};
+
+QTEST_MAIN(tst_Monitoring)
+#include "tst_monitoring.moc"

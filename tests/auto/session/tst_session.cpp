@@ -1,0 +1,437 @@
+#include "Api/UIStrings.h"
+#include "ClosedPort.h"
+#include "CoBrowsing/CoBrowseButtonGroup.h"
+#include "CoBrowsing/CoBrowseWidget.h"
+#include "CoBrowsing/DefaultUIView.h"
+#include "Network/Xhr/XhrMessageSender.h"
+#include "SessionFixture.h"
+#include "Widgets/PassthroughUIImageView.h"
+
+#include <Vistrel/OrvaneConfiguration.h>
+
+#include <QApplication>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <qpa/qwindowsysteminterface.h>
+
+using namespace Qt::StringLiterals;
+using namespace VistrelKit;
+using VistrelService::LocalService;
+
+namespace {
+const QString initPath = u"/api/in/im/c"_s;
+const QString pingTask = u"[DEBUG] PingSender: Execute ping interval task"_s;
+// What the host hears of a start and of a stop (see SessionFixture::heard).
+const QStringList up{u"shareId"_s, u"connected true"_s, u"started"_s};
+const QStringList coBrowsingUp = up + QStringList{u"co-browsing started"_s};
+const QStringList down{u"connected false"_s, u"stopped"_s};
+const QStringList coBrowsingDown = down + QStringList{u"co-browsing ended"_s};
+
+void setApplicationState(Qt::ApplicationState state)
+{
+    QWindowSystemInterface::handleApplicationStateChanged<
+        QWindowSystemInterface::SynchronousDelivery>(state);
+}
+
+QByteArray reply(const QJsonObject &changes)
+{
+    QJsonObject object = QJsonDocument::fromJson(LocalService::defaultMonitoringConfig()).object();
+    for (auto it = changes.begin(); it != changes.end(); ++it)
+        object.insert(it.key(), *it);
+    return QJsonDocument(object).toJson();
+}
+
+QMessageBox *optInDialog()
+{
+    return qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+}
+} // namespace
+
+class tst_Session : public QObject, SessionFixture
+{
+    Q_OBJECT
+public:
+    // Device pixels are not units: the kit must not mix them up, at a ratio of 2 it shows.
+    static void initMain() { qputenv("QT_SCALE_FACTOR", "2"); }
+
+private:
+    QPushButton *m_button = new QPushButton(u"App"_s, &window);
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        m_button->setGeometry(10, 10, 100, 40); // where the co-browse panel never is
+        QVERIFY(setUp());
+        Orvane::vistrel()->tag(u"early"_s);
+        QVERIFY(log.contains(u"Cannot tag session without message sender"_s)); // no crash
+    }
+
+    void init()
+    {
+        service.clearRequests();
+        service.setMonitoringConfig(LocalService::defaultMonitoringConfig());
+        setApplicationState(Qt::ApplicationActive);
+        log.clear();
+        heard.clear();
+    }
+
+    void cleanup()
+    {
+        // The kit outlives every case: leave it idle, in front, with nothing of this case.
+        if (QMessageBox *box = optInDialog())
+            box->reject();
+        setApplicationState(Qt::ApplicationActive);
+        Orvane::vistrel()->registerCallbacks({}, {});
+        config().vistrelConfig.increasedPollingFrequency = false;
+        config().activeUserTag.reset();
+        const QString visit = currentVisit();
+        const bool opened = running() && service.visit(visit);
+        Orvane::coBrowsing()->stop(); // and the session
+        // The next start reuses the transport: its close goes out first.
+        QVERIFY(!opened || waitForEnd(visit));
+        QTRY_VERIFY(window.findChildren<DefaultUIView *>().isEmpty());
+    }
+
+    void startAndStop()
+    {
+        Orvane::vistrel()->registerCallbacks([this] { heard << u"on start"_s; },
+                                             [this] { heard << u"on stop"_s; });
+        const QJsonObject masked{{u"blacklist"_s, QJsonArray{u"7"_s}},
+                                 {u"blacklistClasses"_s, QJsonArray{u"QLineEdit"_s}}};
+        service.setMonitoringConfig(reply({{u"storageType"_s, u"s"_s}, {u"ios"_s, masked}}));
+        const VisitConfig before = config().visitConfig;
+        const QString visitId = startSession();
+        QVERIFY(!visitId.isEmpty());
+        const QStringList start{u"shareId"_s, u"connected true"_s, u"on start"_s, u"started"_s};
+        QTRY_COMPARE(heard, start);
+        QCOMPARE(config().vistrelConfig.iosConfig->blacklistClasses, QStringList{u"QLineEdit"_s});
+        // The init announced the new visit, and the channel opened on it.
+        const VisitConfig visit = config().visitConfig;
+        QVERIFY(visit.visitId != before.visitId && visit.sessionId != before.sessionId);
+        const QString shareId = Orvane::vistrel()->shareId();
+        const auto init = service.deviceInit(visitId);
+        const VistrelService::Visit *opened = service.visit(visitId);
+        QVERIFY(init);
+        QCOMPARE(
+            (QStringList{init->sessionId, init->shareId, opened->sessionId(), opened->visitorId(),
+                         opened->storageType()}),
+            (QStringList{*visit.sessionId, shareId, *visit.sessionId, *visit.visitorId, u"s"_s}));
+
+        Orvane::vistrel()->start(); // refused, and changes nothing
+        QCOMPARE(currentVisit(), visitId);
+        QCOMPARE(Orvane::vistrel()->shareId(), shareId);
+
+        // Off co-browsing, a restart is a new visit in the same session (no widget: see heard).
+        resolve<CoBrowsing>()->restart();
+        QVERIFY(waitForEnd(visitId));
+        const QString restarted = currentVisit();
+        QVERIFY(restarted != visitId);
+        QCOMPARE(config().visitConfig.sessionId, visit.sessionId);
+        QVERIFY(service.waitForVisitOpen(restarted, patience));
+        QTRY_COMPARE(heard.count(u"started"_s), 2);
+
+        Orvane::vistrel()->stop();
+        QVERIFY(waitForEnd(restarted));
+        Orvane::vistrel()->stop();
+        // Stopped means stopped: no ping fires any more, and the refused start sent no init.
+        QTest::qWait(1500);
+        QVERIFY(!log.contains(pingTask));
+        QCOMPARE(service.requests(initPath).size(), 2);
+        const QStringList stop{u"connected false"_s, u"on stop"_s, u"stopped"_s};
+        const QStringList refused{u"failed StringError(mMsg: \"Vistrel is already started\")"_s};
+        QCOMPARE(heard, start + refused + stop + start.mid(1) + stop);
+    }
+
+    void startOutcomes_data()
+    {
+        QTest::addColumn<QByteArray>("reply");
+        QTest::addColumn<int>("stopAt"); // 0: never, 1: right after start(), 2: at the init
+        QTest::addColumn<QStringList>("hears");
+        const QByteArray normal = LocalService::defaultMonitoringConfig();
+        const QStringList stopped{u"shareId"_s, u"stopped"_s};
+        QTest::newRow("monitoring not wanted") << reply({{u"shouldStartMonitoring"_s, false}}) << 0
+                                               << QStringList{u"shareId"_s, u"started"_s};
+        QTest::newRow("type u forces monitoring")
+            << reply({{u"shouldStartMonitoring"_s, false}, {u"startMonitoringType"_s, u"u"_s}}) << 0
+            << up;
+        QTest::newRow("ignored address")
+            << reply({{u"ignoreIp"_s, true}}) << 0 << QStringList{u"shareId"_s};
+        // An abandoned start must not come up behind the host's back, where no stop() ends it.
+        QTest::newRow("stopped before the init request") << normal << 1 << stopped;
+        QTest::newRow("stopped while the init reply is on its way") << normal << 2 << stopped;
+    }
+    void startOutcomes()
+    {
+        QFETCH(QByteArray, reply);
+        QFETCH(int, stopAt);
+        QFETCH(QStringList, hears);
+        service.setMonitoringConfig(reply);
+        // The service records a request before it answers it.
+        const auto stopper = connect(&service, &LocalService::requestRecorded, this,
+                                     [&](const VistrelService::RecordedRequest &r) {
+                                         if (stopAt == 2 && r.path == initPath)
+                                             Orvane::vistrel()->stop();
+                                     });
+        Orvane::vistrel()->start();
+        const QString visitId = currentVisit();
+        if (stopAt == 1)
+            Orvane::vistrel()->stop();
+        const bool transport = hears.contains(u"started"_s);
+        const bool recording = hears.contains(u"connected true"_s);
+        if (transport) {
+            // The first ping comes well after the first screenshot would have.
+            QVERIFY(recording ? waitForScreenshot(visitId)
+                              : service.waitForReports(visitId, 1, patience));
+            QCOMPARE(std::ranges::any_of(service.visit(visitId)->reports(), isScreenshot),
+                     recording);
+        } else {
+            QTest::qWait(1500); // a ping would have fired by now
+            QVERIFY(!service.visit(visitId) && !log.contains(pingTask));
+        }
+        disconnect(stopper);
+        QCOMPARE(heard, hears);
+        QCOMPARE(service.requests(initPath).size(), stopAt == 1 ? 0 : 1);
+        // Even an ignored start runs until a stop; whatever came of it, the next one works.
+        QCOMPARE((QList{running(), Orvane::vistrel()->connected()}),
+                 (QList{stopAt == 0, recording}));
+        service.setMonitoringConfig(LocalService::defaultMonitoringConfig());
+        Orvane::vistrel()->stop();
+        QVERIFY(!transport || waitForEnd(visitId));
+        QVERIFY(!startSession().isEmpty());
+    }
+
+    void startFailsOnAnUnreachableService()
+    {
+        Orvane::configuration()->setServer(u"127.0.0.1:%1"_s.arg(closedPort()));
+        Orvane::vistrel()->start();
+        QTRY_VERIFY_WITH_TIMEOUT(heard.size() >= 2, patience);
+        Orvane::configuration()->setServer(service.hostAndPort());
+        QCOMPARE(heard.first(2), (QStringList{u"shareId"_s, u"failed Connection refused"_s}));
+        QVERIFY(!startSession().isEmpty());
+    }
+
+    void background_data()
+    {
+        QTest::addColumn<Qt::ApplicationState>("state");
+        QTest::addColumn<int>("awayMs");
+        QTest::addColumn<bool>("closes");
+        // The grace period is 5 s. On a desktop an unfocused window is still before its user.
+        QTest::newRow("suspended 4 s keeps the transport")
+            << Qt::ApplicationSuspended << 4000 << false;
+        QTest::newRow("suspended 6 s closes it") << Qt::ApplicationSuspended << 6000 << true;
+        QTest::newRow("inactive is not away") << Qt::ApplicationInactive << 6000 << false;
+    }
+    void background()
+    {
+        QFETCH(Qt::ApplicationState, state);
+        QFETCH(int, awayMs);
+        QFETCH(bool, closes);
+        const QString visitId = startSession();
+        QVERIFY(!visitId.isEmpty());
+        const VisitConfig before = config().visitConfig;
+        setApplicationState(state);
+        QTest::qWait(awayMs);
+        QCOMPARE(waitForEnd(visitId, closes ? patience : 0), closes);
+        setApplicationState(Qt::ApplicationActive);
+        if (!closes) {
+            QTest::qWait(6500 - awayMs);
+            QVERIFY(service.visit(visitId)->isOpen());
+            QCOMPARE(service.requests(initPath).size(), 1);
+            QCOMPARE(currentVisit(), visitId);
+            return;
+        }
+        // Back after the close: a new visit and session of the same visitor, opened again.
+        const VisitConfig now = config().visitConfig;
+        QVERIFY(now.visitId != before.visitId && now.sessionId != before.sessionId);
+        QVERIFY(service.waitForVisitOpen(*now.visitId, patience));
+        const auto init = service.deviceInit(*now.visitId);
+        QVERIFY(init);
+        QCOMPARE((QStringList{init->sessionId, init->visitorId, init->shareId,
+                              service.visit(*now.visitId)->sessionId()}),
+                 (QStringList{*now.sessionId, *before.visitorId, Orvane::vistrel()->shareId(),
+                              *now.sessionId}));
+        QVERIFY(service.waitForReports(*now.visitId, 1, patience));
+    }
+
+    // Agent commands; the opt-in first, as the first question fetches the texts.
+    void optIn_data()
+    {
+        QTest::addColumn<bool>("accept");
+        QTest::addColumn<int>("fetches");
+        QTest::newRow("accept, texts not loaded") << true << 1;
+        QTest::newRow("decline, texts loaded") << false << 0;
+    }
+    void optIn()
+    {
+        QFETCH(bool, accept);
+        QFETCH(int, fetches);
+        QCOMPARE(resolve<UIStrings>()->isLoaded(), fetches == 0);
+        const QString visit = startSession();
+        QVERIFY(!visit.isEmpty());
+        service.clearRequests();
+        QVERIFY(service.queueCommand(visit, R"({"co": {"opt": true}})"_ba));
+        QTRY_VERIFY(optInDialog());
+        QMessageBox *box = optInDialog();
+        QCOMPARE(box->text(), u"Share your screen?"_s);
+        QCOMPARE(box->informativeText(), u"An agent asks to see your screen to help you."_s);
+        QCOMPARE(service.requests(u"/api/in/i18n"_s).size(), fetches);
+        const auto buttons = box->buttons();
+        const auto choice =
+            std::ranges::find(buttons, accept ? u"Allow"_s : u"Decline"_s, &QAbstractButton::text);
+        QVERIFY(choice != buttons.end());
+        QTest::mouseClick(*choice, Qt::LeftButton);
+        QTRY_VERIFY(!optInDialog());
+        if (!accept) {
+            QTest::qWait(300);
+            QCOMPARE(service.requests(initPath).size(), 0);
+            QCOMPARE(heard, up);
+            return;
+        }
+        // Co-browsing, on a new visit whose session id is the tenant id, as the service reads it.
+        QTRY_COMPARE_WITH_TIMEOUT(heard, up + down + coBrowsingUp, patience);
+        QVERIFY(service.waitForVisitOpen(currentVisit()));
+        QCOMPARE(config().visitConfig.sessionId, u"tenant-1"_s);
+        QCOMPARE(service.visit(currentVisit())->sessionId(), u"tenant-1"_s);
+        QCOMPARE(service.requests(initPath).last().header("X-OV-SSID"), "tenant-1");
+        // The agent's stop ends co-browsing and the session.
+        QVERIFY(service.queueCommand(currentVisit(), R"({"a": "c"})"_ba));
+        QTRY_VERIFY(heard.endsWith(u"co-browsing ended"_s) && !running());
+    }
+
+    void agentCommands()
+    {
+        const QString visit = startSession();
+        QVERIFY(!visit.isEmpty());
+        // Drawings stack, and go 5 s after their arrival; bytes that are no image give one too.
+        const QByteArray redPixel =
+            "iVBORw0KGgoAAAANSUhEUgAAAAEAAAABCAIAAACQd1PeAAAADElEQVR4nGP4z8AA"
+            "AAMBAQDJ/pLvAAAAAElFTkSuQmCC"; // as PNG
+        QVERIFY(service.queueCommand(visit,
+                                     R"({"d":{"u":"data:image/png;base64,)" + redPixel + R"("}})"));
+        QVERIFY(service.queueCommand(visit, R"({"d":{"u":"AAAA"}})"_ba));
+        const auto drawings = [this] { return window.findChildren<PassthroughUIImageView *>(); };
+        QTRY_COMPARE(drawings().size(), 2);
+        QCOMPARE(drawings().first()->geometry(), window.rect());
+        QVERIFY(drawings().first()->testAttribute(Qt::WA_TransparentForMouseEvents));
+        // Half transparent: the red drawing over the grey window.
+        const QColor seen = window.grab().toImage().pixelColor(5, 5);
+        QVERIFY2(seen.red() > seen.green() + 60 && seen.red() < 250, qPrintable(seen.name()));
+        QTRY_COMPARE_WITH_TIMEOUT(drawings().size(), 0, 8000);
+
+        // Whatever "b" says, the transport posts faster from its next flush on.
+        auto *sender = resolve<XhrMessageSender>();
+        QCOMPARE(sender->currentInterval(), 0.1);
+        QVERIFY(service.queueCommand(visit, R"({"co": {"b": false}})"_ba));
+        QTRY_COMPARE(sender->currentInterval(), 0.03);
+
+        // A start opens a new visit of the same session, with monitoring forced.
+        const auto session = config().visitConfig.sessionId;
+        QVERIFY(service.queueCommand(visit, R"({"co": {"s": true}})"_ba));
+        QVERIFY(service.waitFor([&] { return currentVisit() != visit; }));
+        QCOMPARE(config().visitConfig.sessionId, session);
+        QVERIFY(waitForScreenshot(currentVisit()));
+    }
+
+    void activeUser_data()
+    {
+        QTest::addColumn<bool>("coBrowsing");
+        QTest::addColumn<int>("userTags");
+        QTest::newRow("the host's start names the user") << false << 1;
+        // Co-browsing's start is the session start alone.
+        QTest::newRow("a co-browsing start does not") << true << 0;
+    }
+    void activeUser()
+    {
+        QFETCH(bool, coBrowsing);
+        QFETCH(int, userTags);
+        config().activeUserTag.emplace().id = u"user-1"_s;
+        coBrowsing ? Orvane::coBrowsing()->start() : Orvane::vistrel()->start();
+        QTRY_VERIFY_WITH_TIMEOUT(heard.contains(u"started"_s), patience);
+        const QString visit = currentVisit();
+        QVERIFY(waitForScreenshot(visit));
+        const auto sent = [&] {
+            return int(std::ranges::count_if(service.visit(visit)->reports(), [](const Report &r) {
+                return r.message.usertag_size();
+            }));
+        };
+        if (!userTags)
+            QTest::qWait(1500); // the user tag goes right after the start succeeds
+        QTRY_COMPARE_WITH_TIMEOUT(sent(), userTags, patience);
+    }
+
+    void coBrowsing()
+    {
+        // initConfig registered the start channel: an agent starts co-browsing through it.
+        QVERIFY(service.queueChannelMessage(*config().visitConfig.visitorId, u"SCB"_s, QString()));
+        QTRY_COMPARE_WITH_TIMEOUT(heard, coBrowsingUp, patience);
+        QPointer<DefaultUIView> view = qobject_cast<DefaultUIView *>(resolve<CoBrowsing>()->view());
+        QVERIFY(view && view->parentWidget() == &window);
+        // "Connecting" first, then the share id of the new session.
+        QTRY_COMPARE(view->shareId()->text(), Orvane::vistrel()->shareId());
+        log.clear();
+        Orvane::coBrowsing()->start();
+        QCOMPARE(log.lines(),
+                 QStringList{u"[ERROR] OrvaneCoBrowsing: Error while starting CoBrowsing: "
+                             u"StringError(mMsg: \"CoBrowsing is already started\")"_s});
+        QCOMPARE(resolve<CoBrowsing>()->view(), view);
+
+        const auto shown = [&view] {
+            return QList{view->showButton()->isVisible(), view->hideButton()->isVisible(),
+                         view->buttonGroup()->isVisible()};
+        };
+        QCOMPARE(shown(), (QList{false, true, true}));
+        QTest::mouseClick(view->hideButton(), Qt::LeftButton);
+        QCOMPARE(shown(), (QList{true, false, false}));
+        QTest::mouseClick(view->showButton(), Qt::LeftButton);
+        QCOMPARE(shown(), (QList{false, true, true}));
+        // A user's tap outside the panel reaches the app; the panel's buttons take theirs.
+        QSignalSpy clicked(m_button, &QPushButton::clicked);
+        QTest::mouseClick(window.windowHandle(), Qt::LeftButton, {}, m_button->geometry().center());
+        QCOMPARE(clicked.size(), 1);
+        QAbstractButton *hide = view->hideButton();
+        QCOMPARE(window.childAt(hide->mapTo(&window, hide->rect().center())), hide);
+        // The service offers chat; this build has no chat to open.
+        QTRY_VERIFY(view->chatButton()->isVisible());
+        QTest::mouseClick(view->chatButton(), Qt::LeftButton);
+        QVERIFY(log.contains(u"[ERROR] Kit: Cannot find instance of WebChat"_s));
+        // It covers its window, also through a rotation, the panel against the right edge.
+        const QSize size = window.size();
+        window.resize(size.transposed());
+        QTRY_COMPARE(view->geometry(), window.rect());
+        QCOMPARE(view->widget()->geometry().right(), window.width() - 1);
+        window.resize(size);
+        QTRY_COMPARE(view->geometry(), window.rect());
+
+        // A restart ends the widget once and shows a new one, with a session on a new visit.
+        const QString visit = currentVisit();
+        QPointer<DefaultUIView> old = view;
+        resolve<CoBrowsing>()->restart();
+        QTRY_COMPARE_WITH_TIMEOUT(heard, coBrowsingUp + coBrowsingDown + coBrowsingUp, patience);
+        view = qobject_cast<DefaultUIView *>(resolve<CoBrowsing>()->view());
+        QVERIFY(!old && view && view->isVisible() && currentVisit() != visit);
+        QVERIFY(service.waitForVisitOpen(currentVisit()));
+
+        const QString last = currentVisit();
+        QTest::mouseClick(view->closeButton(), Qt::LeftButton);
+        QTRY_VERIFY(!view);
+        QVERIFY(waitForEnd(last));
+        QCOMPARE(heard, coBrowsingUp + coBrowsingDown + coBrowsingUp + coBrowsingDown);
+    }
+
+    void widgetLeftOnScreenRefusesAStart()
+    {
+        std::unique_ptr<DefaultUIView> leftOver(DefaultUIView::create(&window));
+        Orvane::coBrowsing()->start();
+        QTRY_VERIFY(log.contains(u"[DEBUG] CoBrowsing: Starting UI failed with error: "
+                                 u"StringError(mMsg: \"UI is already shown\")"_s));
+        QVERIFY(!resolve<CoBrowsing>()->isStarted() && !running());
+        QCOMPARE(window.findChildren<DefaultUIView *>(), QList{leftOver.get()});
+    }
+};
+
+QTEST_MAIN(tst_Session)
+#include "tst_session.moc"
