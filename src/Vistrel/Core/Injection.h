@@ -62,18 +62,18 @@ public:
         return instance;
     }
 
-    /// A factory that builds T from its resolved dependencies, in constructor order; it fails
-    /// when any of them cannot be resolved.
-    template<class T, class... Deps>
-    static Factory<T> from()
+    /// A factory that builds T from its resolved dependencies, in constructor order, followed by
+    /// the fixed arguments args; it fails when any dependency cannot be resolved.
+    template<class T, class... Deps, class... Args>
+    static Factory<T> from(Args... args)
     {
-        return [](Injection &container) -> std::unique_ptr<T> {
+        return [args...](Injection &container) -> std::unique_ptr<T> {
             std::tuple<Deps *...> deps{container.resolve<Deps>()...};
             const bool complete =
                 std::apply([](auto *...d) { return ((d != nullptr) && ...); }, deps);
             if (!complete)
                 return nullptr;
-            return std::apply([](auto *...d) { return std::make_unique<T>(d...); }, deps);
+            return std::apply([&](auto *...d) { return std::make_unique<T>(d..., args...); }, deps);
         };
     }
 

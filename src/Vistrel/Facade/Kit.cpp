@@ -40,12 +40,14 @@ Injection &Kit::container()
 }
 
 namespace {
-// Builds T with from<T, Deps...>(), then lets wire() connect it; nothing when T cannot be built.
-template<class T, class... Deps, class Wire>
-Injection::Factory<T> wired(Wire wire)
+// Builds T with from<T, Deps...>(args...), then lets wire() connect it; nothing when T cannot be
+// built.
+template<class T, class... Deps, class Wire, class... Args>
+Injection::Factory<T> wired(Wire wire, Args... args)
 {
-    return [wire](Injection &container) -> std::unique_ptr<T> {
-        std::unique_ptr<T> object = Injection::from<T, Deps...>()(container);
+    return [wire, build = Injection::from<T, Deps...>(args...)](
+               Injection &container) -> std::unique_ptr<T> {
+        std::unique_ptr<T> object = build(container);
         if (object)
             wire(container, object.get());
         return object;
@@ -102,30 +104,25 @@ void Kit::registerKit(Injection &container)
     container.registerSingleton<HealthCheck>(
         Injection::from<HealthCheck, ApplicationConfigWrapper, OrvaneAPI>());
     container.registerSingleton<HttpUtil>(Injection::from<HttpUtil, ApplicationConfigWrapper>());
-    container.registerSingleton<CoBrowsing>([](Injection &c) -> std::unique_ptr<CoBrowsing> {
-        auto *vistrel = c.resolve<Vistrel>();
-        auto *uiStrings = c.resolve<UIStrings>();
-        auto *config = c.resolve<ApplicationConfigWrapper>();
-        auto *communication = c.resolve<Communication>();
-        if (!vistrel || !uiStrings || !config || !communication)
-            return nullptr;
-        auto coBrowsing = std::make_unique<CoBrowsing>(
-            vistrel, uiStrings, config, communication,
-            [](QWidget *parent) -> CoBrowseView * { return DefaultUIView::create(parent); });
-        CoBrowsing *object = coBrowsing.get();
-        // The widget has no meaning without the session it shows the id of.
-        QObject::connect(vistrel, &Vistrel::stopped, object, &CoBrowsing::stop);
-        QObject::connect(vistrel, &Vistrel::chatAvailabilityChanged, object,
-                         &CoBrowsing::setChatAvailable);
-        QObject::connect(object, &CoBrowsing::chatRequested, object, [] {
-            // The web chat is not part of this build, so there is no instance to open it with.
-            Log::error(u"Cannot find instance of WebChat"_s);
-        });
-        OrvaneCoBrowsing *facade = Orvane::coBrowsing();
-        QObject::connect(object, &CoBrowsing::started, facade, &OrvaneCoBrowsing::started);
-        QObject::connect(object, &CoBrowsing::ended, facade, &OrvaneCoBrowsing::ended);
-        return coBrowsing;
-    });
+    container.registerSingleton<CoBrowsing>(
+        wired<CoBrowsing, Vistrel, UIStrings, ApplicationConfigWrapper, Communication>(
+            [](Injection &c, CoBrowsing *coBrowsing) {
+                auto *vistrel = c.resolve<Vistrel>(); // built already, as a dependency
+                // The widget has no meaning without the session it shows the id of.
+                QObject::connect(vistrel, &Vistrel::stopped, coBrowsing, &CoBrowsing::stop);
+                QObject::connect(vistrel, &Vistrel::chatAvailabilityChanged, coBrowsing,
+                                 &CoBrowsing::setChatAvailable);
+                QObject::connect(coBrowsing, &CoBrowsing::chatRequested, coBrowsing, [] {
+                    // The web chat is not part of this build, so there is nothing to open.
+                    Log::error(u"Cannot find instance of WebChat"_s);
+                });
+                OrvaneCoBrowsing *facade = Orvane::coBrowsing();
+                QObject::connect(coBrowsing, &CoBrowsing::started, facade,
+                                 &OrvaneCoBrowsing::started);
+                QObject::connect(coBrowsing, &CoBrowsing::ended, facade, &OrvaneCoBrowsing::ended);
+            },
+            CoBrowseView::Factory(
+                [](QWidget *parent) -> CoBrowseView * { return DefaultUIView::create(parent); })));
     container.registerSingleton<UIStrings>(Injection::from<UIStrings, OrvaneAPI>());
     container.registerSingleton<Communication>(
         Injection::from<Communication, OrvaneAPI, ApplicationConfigWrapper>());
