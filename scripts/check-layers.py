@@ -9,7 +9,7 @@ import re
 import sys
 
 LAYERS = ["Core", "Config", "Api", "Widgets", "Network", "Communication", "Monitoring", "Session",
-          "CoBrowsing", "Facade"]
+          "CoBrowsing", "WebChat", "User", "Facade"]
 # Generated or non-code folders.
 IGNORED = {"resources"}
 

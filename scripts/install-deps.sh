@@ -5,6 +5,7 @@ set -euo pipefail
 packages=(
     cmake ninja-build make g++ pkg-config python3
     qt6-base-dev qt6-base-dev-tools qt6-base-private-dev qt6-websockets-dev qt6-httpserver-dev
+    qt6-webengine-dev qt6-webengine-dev-tools qt6-webchannel-dev qt6-pdf-dev
     libgl-dev libxkbcommon-dev
     libprotobuf-dev protobuf-compiler nlohmann-json3-dev libbenchmark-dev
     chromium

@@ -12,7 +12,9 @@ namespace VistrelKit {
 
 class OrvaneCoBrowsing;
 class OrvaneConfiguration;
+class OrvaneUser;
 class OrvaneVistrel;
+class OrvaneWebChat;
 
 /// The kit's entry point. Everything runs on the GUI thread of a QGuiApplication.
 ///
@@ -33,6 +35,10 @@ public:
     /// Co-browsing: the screen session with its on-screen share id widget (one instance per
     /// process).
     static OrvaneCoBrowsing *coBrowsing();
+    /// The service's web chat (one instance per process).
+    static OrvaneWebChat *webChat();
+    /// The app's user as the service knows it (one instance per process).
+    static OrvaneUser *user();
     /// Binds the kit to a tenant: stores tenant and token, renews the visitor and visit ids
     /// (keeping the session id) and starts listening for an agent's co-browsing request. Returns
     /// nothing when the kit's configuration is unavailable.

@@ -4,6 +4,7 @@
 #include "Api/HttpUtil.h"
 #include "Api/MobileInitDTO.h"
 #include "Api/MonitoringConfigDTO.h"
+#include "Api/WebChatConfigurationDTO.h"
 #include "Config/ConstantUtils.h"
 #include "Config/ServiceHost.h"
 
@@ -112,6 +113,33 @@ void OrvaneAPI::closeXhr(const QString &id, const QString &sessionId, const QStr
                 completion(*error);
             completion(VoidReply{});
         });
+}
+
+void OrvaneAPI::webChatConfiguration(const QString &chatId,
+                                     Completion<WebChatConfigurationDTO> completion)
+{
+    // The id comes from the host: encoded, a space or a slash in it cannot break the URL.
+    const QString path = u"api/in/wc/c/"_s + QString::fromUtf8(QUrl::toPercentEncoding(chatId));
+    m_httpUtil->get(buildUrl(path), [completion = std::move(completion)](
+                                        const std::optional<QByteArray> &body,
+                                        const std::optional<HttpResponse> &,
+                                        const std::optional<NetworkError> &error) {
+        if (error) {
+            completion(*error);
+            return;
+        }
+        if (!body) {
+            completion(StringError(u"Data is nil"_s));
+            return;
+        }
+        QString parseError;
+        const auto json = JsonUtils::parse(*body, &parseError);
+        if (!json) {
+            completion(StringError(u"Cannot decode WebChatConfigurationDTO: "_s + parseError));
+            return;
+        }
+        completion(WebChatConfigurationDTO::fromJson(*json));
+    });
 }
 
 void OrvaneAPI::tagUser(const QString &visitorId, const QString &tenantId, const ActiveUser &user,

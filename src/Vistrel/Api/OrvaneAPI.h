@@ -20,6 +20,7 @@ class HttpUtil;
 class ServiceHost;
 struct MobileInitDTO;
 struct MonitoringConfigDTO;
+struct WebChatConfigurationDTO;
 
 /// The service's operations: URLs, verbs and typed replies over HttpUtil.
 class VISTREL_AUTOTEST_EXPORT OrvaneAPI : public QObject
@@ -50,6 +51,9 @@ public:
                   const QString &visitorId, const QString &url, const QString &storageType,
                   Completion<VoidReply> completion);
     /// POST "rest/v1/customerstatus/tag/byVisitor/<visitorId>?tId=" with the user as JSON.
+    /// GET "api/in/wc/c/<chatId>" (the id percent-encoded as one path segment): the chat's texts
+    /// and colour.
+    void webChatConfiguration(const QString &chatId, Completion<WebChatConfigurationDTO> completion);
     void tagUser(const QString &visitorId, const QString &tenantId, const ActiveUser &user,
                  ErrorCompletion completion);
 

@@ -19,10 +19,16 @@
 #include "Session/BidirectionalMessageHandler.h"
 #include "Session/CoBrowsing.h"
 #include "Session/Vistrel.h"
+#include "User/User.h"
+#include "WebChat/WebChat.h"
+#include "Widgets/ViewUtils.h"
 
 #include <Vistrel/Orvane.h>
 #include <Vistrel/OrvaneCoBrowsing.h>
 #include <Vistrel/OrvaneVistrel.h>
+#include <Vistrel/OrvaneWebChat.h>
+
+#include <QPointer>
 
 using namespace Qt::StringLiterals;
 
@@ -57,10 +63,16 @@ Injection::Factory<T> wired(Wire wire, Args... args)
 
 void Kit::registerKit(Injection &container)
 {
-    // In the order of the service's other kits; WebChat (#3) and User (#17) are not built yet.
+    // In the order of the service's other kits.
     container.registerSingleton<ApplicationConfigWrapper>(
         Injection::from<ApplicationConfigWrapper>());
     container.registerSingleton<OrvaneAPI>(Injection::from<OrvaneAPI, HttpUtil, ServiceHost>());
+    container.registerSingleton<WebChat>(wired<WebChat, ApplicationConfigWrapper, OrvaneAPI,
+                                               ServiceHost>([](Injection &, WebChat *webChat) {
+        OrvaneWebChat *facade = Orvane::webChat();
+        QObject::connect(webChat, &WebChat::opened, facade, &OrvaneWebChat::opened);
+        QObject::connect(webChat, &WebChat::closed, facade, &OrvaneWebChat::closed);
+    }));
     container.registerSingleton<Vistrel>(
         wired<Vistrel, InitSender, MessageSenderManager, ViewMonitor, ApplicationConfigWrapper,
               PingSender, HealthCheck>([](Injection &, Vistrel *vistrel) {
@@ -112,10 +124,19 @@ void Kit::registerKit(Injection &container)
                 QObject::connect(vistrel, &Vistrel::stopped, coBrowsing, &CoBrowsing::stop);
                 QObject::connect(vistrel, &Vistrel::chatAvailabilityChanged, coBrowsing,
                                  &CoBrowsing::setChatAvailable);
-                QObject::connect(coBrowsing, &CoBrowsing::chatRequested, coBrowsing, [] {
-                    // The web chat is not part of this build, so there is nothing to open.
-                    Log::error(u"Cannot find instance of WebChat"_s);
-                });
+                // The widget's chat button opens the tenant's chat over the topmost window.
+                QObject::connect(coBrowsing, &CoBrowsing::chatRequested, coBrowsing,
+                                 [&c](const QString &tenantId) {
+                                     auto *webChat = c.resolveOrLog<WebChat>();
+                                     if (!webChat)
+                                         return;
+                                     QPointer<WebChat> guard(webChat);
+                                     ViewUtils::withTopViewController(
+                                         [guard, tenantId](QWidget *controller) {
+                                             if (guard)
+                                                 guard->open(controller, tenantId);
+                                         });
+                                 });
                 OrvaneCoBrowsing *facade = Orvane::coBrowsing();
                 QObject::connect(coBrowsing, &CoBrowsing::started, facade,
                                  &OrvaneCoBrowsing::started);
@@ -124,6 +145,8 @@ void Kit::registerKit(Injection &container)
             CoBrowseView::Factory(
                 [](QWidget *parent) -> CoBrowseView * { return DefaultUIView::create(parent); })));
     container.registerSingleton<UIStrings>(Injection::from<UIStrings, OrvaneAPI>());
+    container.registerSingleton<User>(
+        Injection::from<User, ApplicationConfigWrapper, Vistrel, WebChat, OrvaneAPI, CoBrowsing>());
     container.registerSingleton<Communication>(
         Injection::from<Communication, OrvaneAPI, ApplicationConfigWrapper>());
     container.registerSingleton<ServiceHost>(Injection::from<ServiceHost>());

@@ -1,7 +1,9 @@
 #include <Vistrel/Orvane.h>
 #include <Vistrel/OrvaneCoBrowsing.h>
 #include <Vistrel/OrvaneConfiguration.h>
+#include <Vistrel/OrvaneUser.h>
 #include <Vistrel/OrvaneVistrel.h>
+#include <Vistrel/OrvaneWebChat.h>
 
 #include "Config/ApplicationConfigWrapper.h"
 #include "Config/ConstantUtils.h"
@@ -28,6 +30,18 @@ OrvaneVistrel *Orvane::vistrel()
 OrvaneCoBrowsing *Orvane::coBrowsing()
 {
     static OrvaneCoBrowsing *instance = new OrvaneCoBrowsing;
+    return instance;
+}
+
+OrvaneWebChat *Orvane::webChat()
+{
+    static OrvaneWebChat *instance = new OrvaneWebChat;
+    return instance;
+}
+
+OrvaneUser *Orvane::user()
+{
+    static OrvaneUser *instance = new OrvaneUser;
     return instance;
 }
 
