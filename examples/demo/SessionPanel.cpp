@@ -3,6 +3,7 @@
 #include <Vistrel/Orvane.h>
 #include <Vistrel/OrvaneCoBrowsing.h>
 #include <Vistrel/OrvaneVistrel.h>
+#include <Vistrel/OrvaneWebChat.h>
 
 #include <QGridLayout>
 #include <QLabel>
@@ -17,6 +18,7 @@ SessionPanel::SessionPanel(QWidget *parent)
     , m_shareId(new QLabel(this))
     , m_startSession(new QPushButton(u"Start session"_s, this))
     , m_startCoBrowsing(new QPushButton(u"Start co-browsing"_s, this))
+    , m_chat(new QPushButton(u"Chat"_s, this))
 {
     setFrameShape(QFrame::StyledPanel);
     m_shareId->setTextInteractionFlags(Qt::TextSelectableByMouse);
@@ -28,6 +30,17 @@ SessionPanel::SessionPanel(QWidget *parent)
     // Co-browsing brings its own session: a running one is replaced.
     connect(m_startCoBrowsing, &QPushButton::clicked, this, [] { Orvane::coBrowsing()->start(); });
     connect(stopCoBrowsing, &QPushButton::clicked, this, [] { Orvane::coBrowsing()->stop(); });
+    // The chat id is the tenant's: the service configures one chat per tenant.
+    connect(m_chat, &QPushButton::clicked, this,
+            [] { Orvane::webChat()->open(QString::fromLatin1(TenantId)); });
+    m_chat->setObjectName(u"chatButton"_s);
+    m_chat->setMinimumHeight(40);
+    // One block of a colour used nowhere else, like the sign-in button, so that it is easy to
+    // find in the streamed image.
+    m_chat->setStyleSheet(
+        u"QPushButton { background-color: %1; color: white; border: none;"
+        " font-weight: bold; } QPushButton:disabled { background-color: #9aa3ad; }"_s.arg(
+            QLatin1StringView(ChatColor)));
 
     auto *layout = new QGridLayout(this);
     layout->addWidget(m_state, 0, 0);
@@ -36,6 +49,7 @@ SessionPanel::SessionPanel(QWidget *parent)
     layout->addWidget(stopSession, 1, 1);
     layout->addWidget(m_startCoBrowsing, 2, 0);
     layout->addWidget(stopCoBrowsing, 2, 1);
+    layout->addWidget(m_chat, 3, 0, 1, 2);
 
     // The kit's signals tell of every start and stop, whoever asked for it (this panel,
     // co-browsing or an agent).
@@ -50,6 +64,8 @@ SessionPanel::SessionPanel(QWidget *parent)
     });
     connect(Orvane::coBrowsing(), &OrvaneCoBrowsing::started, this, &SessionPanel::refresh);
     connect(Orvane::coBrowsing(), &OrvaneCoBrowsing::ended, this, &SessionPanel::refresh);
+    connect(Orvane::webChat(), &OrvaneWebChat::opened, this, &SessionPanel::refresh);
+    connect(Orvane::webChat(), &OrvaneWebChat::closed, this, &SessionPanel::refresh);
     refresh();
 }
 
@@ -67,4 +83,5 @@ void SessionPanel::refresh()
     // service decides), and stopping an idle one only logs a warning.
     m_startSession->setEnabled(!connected && !coBrowsing);
     m_startCoBrowsing->setEnabled(!coBrowsing);
+    m_chat->setEnabled(!Orvane::webChat()->isOpen());
 }

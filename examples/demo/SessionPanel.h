@@ -5,12 +5,17 @@
 class QLabel;
 class QPushButton;
 
-/// The always visible bar that starts and stops the screen session and co-browsing, and shows
-/// the share id and whether the screen is being recorded.
+/// The always visible bar that starts and stops the screen session and co-browsing, opens the
+/// web chat, and shows the share id and whether the screen is being recorded.
 class SessionPanel : public QFrame
 {
     Q_OBJECT
 public:
+    /// The demo's tenant, given to initConfig; also its chat id.
+    static constexpr const char *TenantId = "demo-tenant";
+    /// The chat button's fill.
+    static constexpr const char *ChatColor = "#e8590c";
+
     explicit SessionPanel(QWidget *parent = nullptr);
 
     /// Reads the session's state from the kit and shows it.
@@ -21,4 +26,5 @@ private:
     QLabel *m_shareId;
     QPushButton *m_startSession;
     QPushButton *m_startCoBrowsing;
+    QPushButton *m_chat;
 };

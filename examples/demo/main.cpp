@@ -4,6 +4,7 @@
 #include "CardNumberEdit.h"
 #include "LocalService.h"
 #include "MainWindow.h"
+#include "SessionPanel.h"
 #include "SignInPage.h"
 #include "SignalWatcher.h"
 
@@ -23,6 +24,8 @@
 #include <csignal>
 #include <cstdio>
 #include <memory>
+
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 using namespace VistrelKit;
@@ -52,7 +55,8 @@ QByteArray monitoringConfig()
     return QJsonDocument(reply).toJson(QJsonDocument::Compact);
 }
 
-// Points the kit at the service through its config file, as a host app would.
+// Points the kit at the service through its config file, as a host app would. The chat page
+// comes from the CDN host, which for the demo is the service too ("cdn/chat/chat.html").
 bool writeKitConfig(const QString &path, const QString &server, const QString &scheme)
 {
     QFile file(path);
@@ -71,6 +75,11 @@ int main(int argc, char *argv[])
     // Without a display the app still runs, unseen: the agent console is how one watches it.
     if (!hasDisplay())
         qputenv("QT_QPA_PLATFORM", "offscreen");
+    // The web chat runs Chromium, which refuses to start its sandbox as root (containers, CI).
+    if (::geteuid() == 0 && !qEnvironmentVariableIsSet("QTWEBENGINE_DISABLE_SANDBOX"))
+        qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
+    // Qt WebEngine needs this before the application exists.
+    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
     QApplication app(argc, argv);
     // The kit keeps the device's identifier under these names.
     QApplication::setApplicationName(u"vistrel-demo"_s);
@@ -129,7 +138,7 @@ int main(int argc, char *argv[])
         return 1;
     }
     Orvane::setConfigFile(configPath);
-    if (!Orvane::initConfig(u"demo-tenant"_s, u"demo-token"_s)) {
+    if (!Orvane::initConfig(QString::fromLatin1(SessionPanel::TenantId), u"demo-token"_s)) {
         fail(u"the kit could not be configured"_s);
         return 1;
     }

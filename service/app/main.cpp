@@ -1,7 +1,7 @@
 #include "LocalService.h"
 
 #include <QCommandLineParser>
-#include <QCoreApplication>
+#include <QGuiApplication>
 
 #include <cstdio>
 
@@ -9,7 +9,11 @@ using namespace Qt::StringLiterals;
 
 int main(int argc, char *argv[])
 {
-    QCoreApplication app(argc, argv);
+    // A GUI application for the fonts of the documents agents send into chats; it shows no
+    // window, so it needs no display.
+    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QGuiApplication app(argc, argv);
     QCoreApplication::setApplicationName(u"vistrel-service"_s);
 
     QCommandLineParser parser;

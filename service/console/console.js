@@ -8,6 +8,8 @@
   const SCALE = 3;              // screenshots are a third of the device's pixel size
   const VISITS_EVERY_MS = 1000;
   const EVENTS_EVERY_MS = 200;  // a new screenshot shows within half a second
+  const CHAT_EVERY_MS = 1000;
+  const POLLER_STALE_MS = 30000; // devices poll every few seconds; a silent one has gone
   const MAX_ENTRIES = 300;
 
   const $ = (id) => document.getElementById(id);
@@ -30,6 +32,15 @@
     draw: $('action-draw'),
     sendDrawing: $('action-send-drawing'),
     clearDrawing: $('action-clear-drawing'),
+    user: $('visit-user'),
+    userName: $('user-name'),
+    userEmail: $('user-email'),
+    userTags: $('user-tags'),
+    chat: $('chat-messages'),
+    chatEmpty: $('chat-empty'),
+    chatForm: $('chat-form'),
+    chatInput: $('chat-input'),
+    chatButtons: [$('chat-send'), $('chat-send-pdf'), $('chat-send-image')],
     commands: {
       'action-faster': 'faster',
       'action-opt-in': 'opt-in',
@@ -52,6 +63,7 @@
     drawing: false,
     drawn: false,
     generation: 0,           // bumps on every selection, so late answers are dropped
+    chatShown: '',           // the chat answer on display, to redraw only on change
   };
 
   // ---- service access -------------------------------------------------------------------
@@ -145,14 +157,36 @@
       setConnection(true);
       const live = answer.data.visits.filter((visit) => visit.state === 'open');
       state.visits = live;
-      const selectedLive = live.some((visit) => visit.id === state.selectedId);
-      if (!selectedLive && live.length === 1) select(live[0].id);
+      const next = follow(live, answer.data.visits);
+      if (next) select(next);
       renderVisits(live);
-      renderPollers(answer.data.pollers.filter((poller) => !poller.hasLiveVisit));
+      // A device that changed its visitor id (its user was identified) leaves its old one behind.
+      renderPollers(answer.data.pollers.filter((poller) => !poller.hasLiveVisit &&
+        Date.now() - poller.lastPollAt < POLLER_STALE_MS));
     } catch (e) {
       setConnection(false);
     }
     setTimeout(refreshVisits, VISITS_EVERY_MS);
+  }
+
+  // The visit to show next, if not the selected one. A device restarts its session as a new
+  // visit (e.g. once its user is identified): the console follows the newest live visit of the
+  // same visitor or session, or the only live visit once the selected one is gone.
+  function follow(live, all) {
+    const current = all.find((visit) => visit.id === state.selectedId);
+    const isLive = live.some((visit) => visit.id === state.selectedId);
+    if (current) {
+      const successors = live.filter((visit) => visit.id !== current.id &&
+        (visit.openedAt || 0) > (current.openedAt || 0) &&
+        ((current.visitorId && visit.visitorId === current.visitorId) ||
+         (current.sessionId && visit.sessionId === current.sessionId)));
+      if (successors.length) {
+        successors.sort((a, b) => (b.openedAt || 0) - (a.openedAt || 0));
+        return successors[0].id;
+      }
+    }
+    if (!isLive && live.length === 1) return live[0].id;
+    return null;
   }
 
   // ---- the selected visit ---------------------------------------------------------------
@@ -171,6 +205,8 @@
     ui.screen.dataset.visitId = visitId;
     ui.timeline.replaceChildren();
     ui.taps.replaceChildren();
+    state.chatShown = '';
+    renderChat([]);
     setDrawing(false);
     clearCanvas();
     renderVisits(state.visits);
@@ -191,7 +227,105 @@
     ui.draw.disabled = !usable || !state.natural;
     ui.sendDrawing.disabled = !usable || !state.drawn;
     ui.clearDrawing.disabled = !state.drawn;
+    for (const button of ui.chatButtons) button.disabled = !visit || !visit.visitorId;
+    renderUser(visit && visit.user);
   }
+
+  // ---- the visit's user and chat --------------------------------------------------------
+
+  function renderUser(user) {
+    ui.user.dataset.identified = String(!!user);
+    ui.user.dataset.source = user ? user.source : '';
+    ui.userName.textContent = user ? [user.firstname, user.lastname].filter(Boolean).join(' ') : '';
+    ui.userEmail.textContent = user ? user.email : '';
+    const tags = (user && user.tags) || [];
+    if (ui.userTags.textContent !== tags.join('')) {
+      ui.userTags.replaceChildren(...tags.map((tag) => {
+        const chip = document.createElement('span');
+        chip.className = 'tag';
+        chip.textContent = tag;
+        return chip;
+      }));
+    }
+  }
+
+  function renderChat(messages) {
+    const atBottom = ui.chat.scrollTop + ui.chat.clientHeight >= ui.chat.scrollHeight - 4;
+    ui.chat.replaceChildren(...messages.map((message) => {
+      const item = document.createElement('li');
+      item.dataset.testid = 'chat-message';
+      item.dataset.id = String(message.id);
+      item.dataset.from = message.from;
+      item.dataset.delivered = String(message.delivered);
+      const text = document.createElement('span');
+      if (message.document) {
+        const link = document.createElement('a');
+        link.href = message.document.url;
+        link.textContent = message.document.name;
+        text.append('Document: ', link);
+      } else {
+        text.textContent = (message.from === 'visitor' ? 'Visitor: ' : '') + message.text;
+      }
+      item.append(text);
+      if (message.from === 'agent' && message.delivered) {
+        const seen = document.createElement('span');
+        seen.className = 'seen';
+        seen.dataset.testid = 'chat-seen';
+        seen.textContent = '✓ seen';
+        seen.title = 'The chat page fetched it';
+        item.append(seen);
+      }
+      return item;
+    }));
+    ui.chatEmpty.hidden = messages.length !== 0;
+    if (atBottom) ui.chat.scrollTop = ui.chat.scrollHeight;
+  }
+
+  function applyChat(data) {
+    const shown = JSON.stringify(data.messages);
+    if (shown === state.chatShown) return;
+    state.chatShown = shown;
+    renderChat(data.messages);
+  }
+
+  async function pollChat() {
+    const visitId = state.selectedId;
+    const generation = state.generation;
+    if (visitId && state.selected && state.selected.visitorId) {
+      try {
+        const answer = await call('GET', '/visits/' + encodeURIComponent(visitId) + '/chat');
+        if (generation === state.generation && answer.ok && answer.data) applyChat(answer.data);
+      } catch (e) {
+        setConnection(false);
+      }
+    }
+    setTimeout(pollChat, CHAT_EVERY_MS);
+  }
+
+  async function chatPost(path, body, done) {
+    if (!state.selectedId) return;
+    const generation = state.generation;
+    const answer = await call('POST', '/visits/' + encodeURIComponent(state.selectedId) + path, body)
+      .catch(() => ({ ok: false, status: 0, data: null }));
+    if (answer.ok) {
+      if (generation === state.generation) applyChat(answer.data);
+      report(done, false);
+    } else {
+      report((answer.data && answer.data.error) || 'The service cannot be reached', true);
+    }
+    return answer.ok;
+  }
+
+  ui.chatForm.addEventListener('submit', async (e) => {
+    e.preventDefault();
+    const text = ui.chatInput.value.trim();
+    if (!text) return;
+    if (await chatPost('/chat', { text }, 'Chat message')) ui.chatInput.value = '';
+  });
+  $('chat-send-pdf').addEventListener('click', () =>
+    chatPost('/chat/document', { kind: 'pdf' }, 'PDF sent into the chat'));
+  $('chat-send-image').addEventListener('click', () =>
+    chatPost('/chat/document', { kind: 'png' }, 'Image sent into the chat'));
 
   async function pollEvents() {
     const visitId = state.selectedId;
@@ -451,4 +585,5 @@
   renderSelection();
   refreshVisits();
   pollEvents();
+  pollChat();
 })();

@@ -80,6 +80,18 @@ std::optional<qint64> wholeNumber(const QJsonValue &value)
     return qint64(number);
 }
 
+// The user as the console shows it, whichever way the service learnt of it.
+QJsonObject consoleUser(const QJsonObject &from, const QString &source)
+{
+    QJsonObject user{{u"source"_s, source}};
+    for (const QString &key :
+         {u"id"_s, u"firstname"_s, u"lastname"_s, u"email"_s, u"assignedUser"_s}) {
+        user.insert(key, from.value(key).toString());
+    }
+    user.insert(u"tags"_s, from.value(u"tags"_s).toArray());
+    return user;
+}
+
 QJsonObject userOf(const VistrelKit::ProtoUserTag &tag)
 {
     QJsonArray labels;
@@ -158,6 +170,22 @@ HttpReply ConsoleEndpoint::api(const RecordedRequest &request, const QStringList
     }
     if (segments.size() < 2 || segments.size() > 4 || segments.at(0) != u"visits"_s)
         return fail(404, u"no such console endpoint"_s);
+
+    // visits/{id}/chat, visits/{id}/chat/document: the chat with the visit's visitor.
+    if (segments.value(2) == u"chat"_s) {
+        const QString what = segments.value(3);
+        if (!what.isEmpty() && what != u"document"_s)
+            return fail(404, u"no such console endpoint"_s);
+        // The chat reads with GET and posts with POST; a document is only sent.
+        if (method != u"POST"_s && (method != u"GET"_s || !what.isEmpty()))
+            return fail(405, u"method not allowed"_s);
+        const Visit *visit = m_service->visit(segments.at(1));
+        if (!visit || visit->state() == Visit::State::Pending)
+            return fail(404, u"unknown visit"_s);
+        if (visit->visitorId().isEmpty())
+            return fail(409, u"visit has no visitor id"_s);
+        return chat(*visit, request, what);
+    }
 
     // visits/{id}, visits/{id}/{action}, visits/{id}/screenshots/{index}
     const QString action = segments.value(2);
@@ -359,6 +387,53 @@ HttpReply ConsoleEndpoint::coBrowse(const QString &visitorId)
                                                                 {u"payload"_s, QString()}}}});
 }
 
+HttpReply ConsoleEndpoint::chat(const Visit &visit, const RecordedRequest &request,
+                                const QString &what)
+{
+    ChatEndpoint *chat = m_service->chat();
+    const QString &tenantId = visit.tenantId();
+    const QString &visitorId = visit.visitorId();
+    if (request.method == u"POST"_s) {
+        QString error;
+        const std::optional<QJsonObject> object = readObject(request.body, &error);
+        if (!object)
+            return fail(400, error);
+        if (what.isEmpty()) {
+            const QString text = object->value(u"text"_s).toString().trimmed();
+            if (text.isEmpty())
+                return fail(400, u"text must be a non-empty string"_s);
+            if (text.size() > ChatEndpoint::MaxTextLength)
+                return fail(413,
+                            u"text longer than %1 characters"_s.arg(ChatEndpoint::MaxTextLength));
+            chat->sendAgentMessage(tenantId, visitorId, text);
+        } else {
+            const QString kind = object->value(u"kind"_s).toString();
+            if (kind != u"pdf"_s && kind != u"png"_s)
+                return fail(400, u"kind must be \"pdf\" or \"png\""_s);
+            const auto documentKind = kind == u"pdf"_s ? ChatEndpoint::DocumentKind::Pdf
+                                                       : ChatEndpoint::DocumentKind::Png;
+            if (chat->sendAgentDocument(tenantId, visitorId, documentKind) < 0)
+                return fail(500, u"the service cannot make documents"_s);
+        }
+    }
+    QJsonArray messages;
+    for (const ChatMessage &message : chat->messages(tenantId, visitorId))
+        messages.append(ChatEndpoint::toJson(message));
+    return jsonReply(200, QJsonObject{{u"tenantId"_s, tenantId},
+                                      {u"visitorId"_s, visitorId},
+                                      {u"messages"_s, messages}});
+}
+
+QJsonValue ConsoleEndpoint::user(const Visit &visit)
+{
+    const Digest &known = digest(visit);
+    if (!known.user.isEmpty())
+        return known.user;
+    if (const auto tagged = m_service->taggedUser(visit.tenantId(), visit.visitorId()))
+        return consoleUser(tagged->user, u"tag"_s);
+    return QJsonValue();
+}
+
 const ConsoleEndpoint::Digest &ConsoleEndpoint::digest(const Visit &visit)
 {
     Digest &digest = m_digests[visit.id()];
@@ -367,6 +442,11 @@ const ConsoleEndpoint::Digest &ConsoleEndpoint::digest(const Visit &visit)
         const VistrelKit::ProtoMessage &message = reports.at(digest.scanned).message;
         if (message.has_pagechange())
             digest.screen = text(message.pagechange());
+        if (message.usertag_size() > 0) {
+            QJsonObject user = userOf(message.usertag(message.usertag_size() - 1));
+            user.insert(u"tags"_s, user.take(u"label"_s));
+            digest.user = consoleUser(user, u"report"_s);
+        }
         if (message.screenshotevent_size() == 0)
             continue;
         const std::string &image =
@@ -408,6 +488,7 @@ QJsonObject ConsoleEndpoint::summary(const Visit &visit)
         {u"lastReportAt"_s, epochMs(visit.lastReportTime())},
         {u"reportCount"_s, visit.reports().size()},
         {u"screenshot"_s, screenshot},
+        {u"user"_s, user(visit)},
     };
 }
 

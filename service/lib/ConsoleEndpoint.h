@@ -14,8 +14,9 @@ class LocalService;
 class Visit;
 
 /// The agent console: its page at "/" and "/console/…", and its JSON API under "/console/api/":
-/// the live visits and channel pollers, each visit's screenshots and time line, and the agent's
-/// commands, which go out through the service's command and channel queues.
+/// the live visits and channel pollers, each visit's screenshots, time line and user, the agent's
+/// commands, which go out through the service's command and channel queues, and the web chat
+/// with the visit's visitor.
 class ConsoleEndpoint
 {
 public:
@@ -43,6 +44,8 @@ private:
         qsizetype screenshotIndex = -1;
         QSize screenshotSize;
         QString screen;
+        /// Of the newest UserTag report; empty before one.
+        QJsonObject user;
     };
 
     HttpReply asset(const RecordedRequest &request) const;
@@ -54,9 +57,12 @@ private:
     HttpReply drawing(const Visit &visit, const QByteArray &body);
     HttpReply command(const Visit &visit, const QJsonObject &command);
     HttpReply coBrowse(const QString &visitorId);
+    HttpReply chat(const Visit &visit, const RecordedRequest &request, const QString &what);
 
     const Digest &digest(const Visit &visit);
     QJsonObject summary(const Visit &visit);
+    /// The visit's user: its newest UserTag report, else the tag record of its visitor.
+    QJsonValue user(const Visit &visit);
 
     LocalService *m_service;
     QHash<QString, Digest> m_digests;

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <QByteArray>
+#include <QList>
+#include <QPair>
 
 namespace VistrelService {
 
@@ -10,6 +12,8 @@ struct HttpReply
     int status = 200;
     QByteArray body;
     QByteArray contentType = QByteArrayLiteral("application/json");
+    /// Sent after Content-Type and Content-Length (e.g. Content-Disposition).
+    QList<QPair<QByteArray, QByteArray>> headers = {};
 
     static HttpReply error(int status, const char *message)
     {

@@ -47,6 +47,7 @@ LocalService::LocalService(QObject *parent)
     , m_xhr(&m_registry)
     , m_webSockets(this, &m_registry)
     , m_console(this)
+    , m_chat(this)
 {
     connect(&m_registry, &VisitRegistry::visitOpened, this, &LocalService::visitOpened);
     connect(&m_registry, &VisitRegistry::visitEnded, this, &LocalService::visitEnded);
@@ -60,6 +61,7 @@ LocalService::LocalService(QObject *parent)
     connect(&m_channels, &ChannelEndpoint::polled, this, &LocalService::channelPolled);
     connect(&m_channels, &ChannelEndpoint::messageDelivered, this,
             &LocalService::channelMessageDelivered);
+    connect(&m_chat, &ChatEndpoint::messagePosted, this, &LocalService::chatMessagePosted);
     m_webSockets.setMaxMessageSize(m_maxBodySize);
 }
 
@@ -85,6 +87,12 @@ QString LocalService::hostAndPort() const
 QString LocalService::consoleUrl() const
 {
     return u"http://"_s + hostAndPort() + u'/';
+}
+
+std::optional<QByteArray> LocalService::taggedUserBody(const QString &visitorId) const
+{
+    const std::optional<TaggedUser> record = m_userTags.newest(visitorId);
+    return record ? std::optional<QByteArray>(record->body) : std::nullopt;
 }
 
 std::optional<DeviceInit> LocalService::deviceInit(const QString &visitId) const
@@ -266,8 +274,20 @@ bool LocalService::handleRequest(const QHttpServerRequest &request, QTcpSocket *
     record(recorded);
 
     QHttpServerResponder responder = makeResponder(request, socket);
-    responder.write(reply.body, reply.contentType,
-                    static_cast<QHttpServerResponder::StatusCode>(reply.status));
+    const auto status = static_cast<QHttpServerResponder::StatusCode>(reply.status);
+    if (reply.headers.isEmpty()) {
+        responder.write(reply.body, reply.contentType, status);
+        return true;
+    }
+    // write() takes its headers as a fixed list only: with extra ones, the reply is written
+    // piece by piece as write() would.
+    responder.writeStatusLine(status);
+    responder.writeHeader(QByteArrayLiteral("Content-Type"), reply.contentType);
+    responder.writeHeader(QByteArrayLiteral("Content-Length"),
+                          QByteArray::number(reply.body.size()));
+    for (const auto &[name, value] : std::as_const(reply.headers))
+        responder.writeHeader(name, value);
+    responder.writeBody(reply.body);
     return true;
 }
 
@@ -296,6 +316,10 @@ HttpReply LocalService::route(const RecordedRequest &request)
         return m_channels.handle(request);
     if (ConsoleEndpoint::handles(path))
         return m_console.handle(request);
+    if (ChatEndpoint::handles(path))
+        return m_chat.handle(request);
+    if (UserTagEndpoint::handles(path))
+        return m_userTags.handle(request);
     // Upgrades never get here: Qt hands them to the WebSocket endpoint.
     if (path == WebSocketEndpoint::Path)
         return HttpReply::error(426, "WebSocket only");

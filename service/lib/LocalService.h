@@ -2,12 +2,16 @@
 
 #include "CannedReply.h"
 #include "ChannelEndpoint.h"
+#include "ChatEndpoint.h"
+#include "ChatMessage.h"
 #include "ConsoleEndpoint.h"
 #include "DeviceInit.h"
 #include "HttpReply.h"
 #include "RecordedRequest.h"
 #include "Report.h"
+#include "TaggedUser.h"
 #include "Transport.h"
+#include "UserTagEndpoint.h"
 #include "Visit.h"
 #include "VisitRegistry.h"
 #include "WebSocketEndpoint.h"
@@ -108,6 +112,20 @@ public:
     /// Admission, drops and closes of WebSocket connections.
     WebSocketEndpoint *webSockets() { return &m_webSockets; }
 
+    /// The web chat: its messages, and the agent's side of them.
+    ChatEndpoint *chat() { return &m_chat; }
+    const ChatEndpoint *chat() const { return &m_chat; }
+    /// The reply body of GET api/in/wc/c/{chatId}, for every chat id.
+    void setChatConfiguration(const QByteArray &json) { m_chat.setConfiguration(json); }
+    /// The newest body POSTed to the user tag endpoint for the visitor id (whatever its "tId"),
+    /// byte for byte, so its key order shows.
+    std::optional<QByteArray> taggedUserBody(const QString &visitorId) const;
+    /// The tenant's newest tag record for the visitor id, or for the user whose id it is.
+    std::optional<TaggedUser> taggedUser(const QString &tenantId, const QString &visitorId) const
+    {
+        return m_userTags.find(tenantId, visitorId);
+    }
+
     static QByteArray defaultMonitoringConfig();
     static QByteArray defaultStrings();
 
@@ -122,6 +140,9 @@ Q_SIGNALS:
     void channelPolled(const QString &visitorId);
     void channelMessageDelivered(const QString &visitorId, const QString &channel,
                                  const QString &payload);
+    /// A chat message was posted by the agent, the visitor or the chat page.
+    void chatMessagePosted(const QString &tenantId, const QString &visitorId,
+                           const VistrelService::ChatMessage &message);
     void webSocketConnected(const QString &visitId);
     void webSocketDisconnected(const QString &visitId, QWebSocketProtocol::CloseCode code);
     void webSocketFrameRejected(const QString &visitId, const QString &reason);
@@ -145,6 +166,8 @@ private:
     WebSocketEndpoint m_webSockets;
     ChannelEndpoint m_channels;
     ConsoleEndpoint m_console;
+    ChatEndpoint m_chat;
+    UserTagEndpoint m_userTags;
     QHash<QString, DeviceInit> m_inits;
 };
 

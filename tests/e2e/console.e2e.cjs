@@ -1,6 +1,8 @@
 // Starts the demo, opens its agent console in headless Chromium, waits for the live screen, taps
-// the demo's sign-in button on the screen image and waits for the console to report the page
-// change that the tap causes. Saves a screenshot of the console.
+// the demo's sign-in button on the screen image and waits for the console to show the page the
+// tap leads to and the user the demo identifies on signing in, on the new visit that follows.
+// Then taps the demo's Chat button, waits for the chat page to announce itself, and sends it a
+// message and a PDF that its poll must fetch. Saves a screenshot of the console.
 'use strict';
 
 const { chromium } = require('playwright-core');
@@ -10,6 +12,8 @@ const readline = require('node:readline');
 // The sign-in button's fill: the one place of the sign-in page in this colour.
 const SIGN_IN_COLOUR = { r: 0x1f, g: 0x6f, b: 0xeb };
 const PAGE_AFTER_SIGN_IN = 'ListPage';
+// The session panel's Chat button, likewise alone in its colour.
+const CHAT_COLOUR = { r: 0xe8, g: 0x59, b: 0x0c };
 
 function option(name) {
   const at = process.argv.indexOf(`--${name}`);
@@ -38,8 +42,8 @@ function startDemo(path) {
   return { demo, consoleUrl };
 }
 
-// Finds the centre of the sign-in button in the streamed JPEG, in page coordinates.
-async function findSignIn(page, colour) {
+// Finds the centre of the block of colour in the streamed JPEG, in page coordinates.
+async function findColour(page, colour) {
   return page.evaluate((c) => {
     const img = document.querySelector('[data-testid=screen-image]');
     const canvas = document.createElement('canvas');
@@ -68,6 +72,18 @@ async function findSignIn(page, colour) {
   }, colour);
 }
 
+// Taps the block of colour on the screen image, waiting for it to appear.
+async function tap(page, colour, what) {
+  let target = null;
+  for (let attempt = 0; attempt < 20 && !target; ++attempt) {
+    target = await findColour(page, colour);
+    if (!target) await page.waitForTimeout(250);
+  }
+  if (!target) throw new Error(`no ${what} in the streamed screen`);
+  console.log(`${what} at (${target.x.toFixed(1)}, ${target.y.toFixed(1)}), ${target.pixels} pixels`);
+  await page.mouse.click(target.x, target.y);
+}
+
 async function main() {
   const { demo, consoleUrl } = startDemo(option('demo'));
   let browser;
@@ -93,21 +109,52 @@ async function main() {
     // before that would make ListPage the reference instead of a change. Give it time to pass.
     await page.waitForTimeout(2500);
 
-    let target = null;
-    for (let attempt = 0; attempt < 20 && !target; ++attempt) {
-      target = await findSignIn(page, SIGN_IN_COLOUR);
-      if (!target) await page.waitForTimeout(250);
-    }
-    if (!target) throw new Error('no sign-in button in the streamed screen');
-    console.log(`sign-in button at (${target.x.toFixed(1)}, ${target.y.toFixed(1)}), ${target.pixels} pixels`);
-    await page.mouse.click(target.x, target.y);
+    const firstVisit = await page.getAttribute('[data-testid=screen-image]', 'data-visit-id');
+    await tap(page, SIGN_IN_COLOUR, 'sign-in button');
 
-    // The first screen is not reported as a change: any page entry comes from the tap.
-    await page.waitForFunction((name) => {
-      const entries = document.querySelectorAll('[data-testid=timeline-entry][data-kind=page]');
-      return Array.from(entries).some((entry) => entry.textContent.includes(name));
-    }, PAGE_AFTER_SIGN_IN, { timeout: 20000 });
-    console.log(`the console reports the page change to ${PAGE_AFTER_SIGN_IN}`);
+    // Signing in identifies the user, and the kit restarts the session as a new visit: the page
+    // change may show on the first visit or as the new visit's opening screen. Either way the
+    // selected visit names the page only after the tap.
+    await page.waitForFunction((name) =>
+      document.querySelector('[data-testid=selected-visit]').textContent.includes(name),
+    PAGE_AFTER_SIGN_IN, { timeout: 20000 });
+    console.log(`the console shows the page after sign-in, ${PAGE_AFTER_SIGN_IN}`);
+
+    // The console follows the visitor to the new visit and shows who the user is.
+    await page.waitForFunction((first) => {
+      const user = document.querySelector('[data-testid=visit-user]');
+      const visit = document.querySelector('[data-testid=screen-image]').dataset.visitId;
+      return visit !== first && user.dataset.identified === 'true' &&
+        document.querySelector('[data-testid=user-name]').textContent === 'Alex Morgan' &&
+        document.querySelector('[data-testid=user-email]').textContent === 'alex.morgan@example.com' &&
+        document.querySelector('[data-testid=user-tags]').textContent === 'premium';
+    }, firstVisit, { timeout: 20000 });
+    const source = await page.getAttribute('[data-testid=visit-user]', 'data-source');
+    console.log(`the console shows Alex Morgan on the new visit (from its ${source})`);
+
+    // The new visit's own screen, before looking for the Chat button on it.
+    await page.waitForFunction(() => {
+      const img = document.querySelector('[data-testid=screen-image]');
+      return img.dataset.screenshotIndex !== undefined && img.complete && img.naturalWidth > 0;
+    }, null, { timeout: 20000 });
+    await tap(page, CHAT_COLOUR, 'Chat button');
+
+    // Qt WebEngine starts its browser process on the first chat: give it time.
+    await page.waitForFunction(() => Array.from(
+      document.querySelectorAll('[data-testid=chat-message][data-from=system]'))
+      .some((item) => item.textContent.includes('opened the chat')), null, { timeout: 45000 });
+    console.log('the chat page announced itself');
+
+    // What the agent sends counts as seen once the page's poll fetched it.
+    await page.fill('[data-testid=chat-input]', 'Hello Alex, how can I help?');
+    await page.click('[data-testid=chat-send]');
+    await page.click('[data-testid=chat-send-pdf]');
+    await page.waitForFunction(() => {
+      const agent = Array.from(document.querySelectorAll('[data-testid=chat-message][data-from=agent]'));
+      return agent.length === 2 && agent.every((item) => item.dataset.delivered === 'true') &&
+        agent[0].textContent.includes('Hello Alex') && agent[1].textContent.includes('statement.pdf');
+    }, null, { timeout: 15000 });
+    console.log('the chat page fetched the message and the PDF');
 
     const screenshot = option('screenshot');
     await page.screenshot({ path: screenshot });

@@ -53,7 +53,8 @@ public:
     /// POST "rest/v1/customerstatus/tag/byVisitor/<visitorId>?tId=" with the user as JSON.
     /// GET "api/in/wc/c/<chatId>" (the id percent-encoded as one path segment): the chat's texts
     /// and colour.
-    void webChatConfiguration(const QString &chatId, Completion<WebChatConfigurationDTO> completion);
+    void webChatConfiguration(const QString &chatId,
+                              Completion<WebChatConfigurationDTO> completion);
     void tagUser(const QString &visitorId, const QString &tenantId, const ActiveUser &user,
                  ErrorCompletion completion);
 

@@ -67,12 +67,13 @@ void Kit::registerKit(Injection &container)
     container.registerSingleton<ApplicationConfigWrapper>(
         Injection::from<ApplicationConfigWrapper>());
     container.registerSingleton<OrvaneAPI>(Injection::from<OrvaneAPI, HttpUtil, ServiceHost>());
-    container.registerSingleton<WebChat>(wired<WebChat, ApplicationConfigWrapper, OrvaneAPI,
-                                               ServiceHost>([](Injection &, WebChat *webChat) {
-        OrvaneWebChat *facade = Orvane::webChat();
-        QObject::connect(webChat, &WebChat::opened, facade, &OrvaneWebChat::opened);
-        QObject::connect(webChat, &WebChat::closed, facade, &OrvaneWebChat::closed);
-    }));
+    container.registerSingleton<WebChat>(
+        wired<WebChat, ApplicationConfigWrapper, OrvaneAPI, ServiceHost>(
+            [](Injection &, WebChat *webChat) {
+                OrvaneWebChat *facade = Orvane::webChat();
+                QObject::connect(webChat, &WebChat::opened, facade, &OrvaneWebChat::opened);
+                QObject::connect(webChat, &WebChat::closed, facade, &OrvaneWebChat::closed);
+            }));
     container.registerSingleton<Vistrel>(
         wired<Vistrel, InitSender, MessageSenderManager, ViewMonitor, ApplicationConfigWrapper,
               PingSender, HealthCheck>([](Injection &, Vistrel *vistrel) {

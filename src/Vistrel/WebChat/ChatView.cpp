@@ -2,9 +2,9 @@
 
 #include "Config/ServiceHost.h"
 #include "Core/Log.h"
-#include "Widgets/ViewUtils.h"
 #include "WebChat/ChatPage.h"
 #include "WebChat/ChatViewController.h"
+#include "Widgets/ViewUtils.h"
 
 #include <QApplication>
 #include <QDateTime>
@@ -104,8 +104,8 @@ QString ChatView::chatUrl(const QString &cdnPath, const QString &server, qint64 
     const GrowthActionParams texts = params.value_or(GrowthActionParams{});
     return u"%1/chat/chat.html?%2#d=%3&tId=%4&vId=%5&title=%6&message=%7&hint=%8&color=%9"
            "&n=true&eU=true"_s.arg(cdnPath, QString::number(seconds), server, tenantId, visitorId,
-                                  queryEncoded(texts.title), queryEncoded(texts.message),
-                                  queryEncoded(texts.hint), queryEncoded(texts.color));
+                                   queryEncoded(texts.title), queryEncoded(texts.message),
+                                   queryEncoded(texts.hint), queryEncoded(texts.color));
 }
 
 QString ChatView::downloadScript(const QUrl &url)

@@ -1,9 +1,9 @@
 #include "WebChat/ChatViewController.h"
 
 #include "Core/Log.h"
-#include "Widgets/ViewUtils.h"
 #include "WebChat/DocumentPreview.h"
 #include "WebChat/DocumentStore.h"
+#include "Widgets/ViewUtils.h"
 
 #include <QWidget>
 
@@ -53,13 +53,13 @@ void ChatViewController::openDocument(const QString &body)
         start < 0 ? QStringView() : QStringView(payload).mid(start + qsizetype(7));
     // Refused before decoding: the decoded bytes would be three quarters of the text.
     if (base64.size() / 4 * 3 > DocumentStore::MaxDocumentBytes) {
-        Log::warning(u"Document too large: about %1 bytes, the limit is %2"_s
-                         .arg(base64.size() / 4 * 3)
-                         .arg(DocumentStore::MaxDocumentBytes));
+        Log::warning(
+            u"Document too large: about %1 bytes, the limit is %2"_s.arg(base64.size() / 4 * 3)
+                .arg(DocumentStore::MaxDocumentBytes));
         return;
     }
-    const auto decoded = QByteArray::fromBase64Encoding(base64.toLatin1(),
-                                                        QByteArray::AbortOnBase64DecodingErrors);
+    const auto decoded =
+        QByteArray::fromBase64Encoding(base64.toLatin1(), QByteArray::AbortOnBase64DecodingErrors);
     if (start < 0 || !decoded) {
         Log::warning(u"Could not construct data from base64"_s);
         return;

@@ -60,8 +60,8 @@ void WebChat::show(QWidget *parent, const WebChatConfigurationDTO &config)
     const ApplicationConfig &tree = m_applicationConfig->config();
     const std::optional<QString> visitorId =
         tree.activeUserTag ? tree.activeUserTag->id : std::nullopt;
-    auto *view = new ChatView(parent, config, tree.tenantId, visitorId, m_serviceHost,
-                              &m_documents);
+    auto *view =
+        new ChatView(parent, config, tree.tenantId, visitorId, m_serviceHost, &m_documents);
     if (!view->setup()) {
         delete view;
         return;

@@ -4,11 +4,15 @@
 #include "Session/CoBrowsing.h"
 #include "Session/Vistrel.h"
 #include "TestConfig.h"
+#include "User/User.h"
+#include "WebChat/WebChat.h"
 
 #include <Vistrel/Orvane.h>
 #include <Vistrel/OrvaneCoBrowsing.h>
 #include <Vistrel/OrvaneConfiguration.h>
+#include <Vistrel/OrvaneUser.h>
 #include <Vistrel/OrvaneVistrel.h>
+#include <Vistrel/OrvaneWebChat.h>
 
 #include <QTemporaryDir>
 #include <QTest>
@@ -43,6 +47,13 @@ void runCase(const QString &name, int &argc, char **argv)
         coBrowsing->start();
         coBrowsing->stop();
         print(u"shown "_s + (coBrowsing->isShown() ? u"true"_s : u"false"_s));
+    } else if (name == u"user and web chat"_s) {
+        container.registerSingleton<User>([](Injection &) { return nullptr; });
+        container.registerSingleton<WebChat>([](Injection &) { return nullptr; });
+        Orvane::user()->tag(ActiveUser{});
+        Orvane::user()->clear();
+        Orvane::webChat()->open(u"chat"_s);
+        print(u"open "_s + (Orvane::webChat()->isOpen() ? u"true"_s : u"false"_s));
     } else if (name == u"log handler"_s) {
         container.registerSingleton<Vistrel>([](Injection &) { return nullptr; });
         Orvane::setLogHandler(
@@ -157,6 +168,10 @@ private Q_SLOTS:
         const QString noCoBrowsing = u"[ERROR] OrvaneCoBrowsing: Cannot get CoBrowsing instance"_s;
         QTest::newRow("co-browsing")
             << QStringList{noCoBrowsing, noCoBrowsing, noCoBrowsing, u"shown false"_s};
+        const QString noUser = u"[ERROR] OrvaneUser: Cannot find instance of User"_s;
+        const QString noChat = u"[ERROR] OrvaneWebChat: Cannot find instance of WebChat"_s;
+        QTest::newRow("user and web chat")
+            << QStringList{noUser, noUser, noChat, noChat, u"open false"_s};
         // The host's handler takes the line instead of standard output, until it is removed.
         QTest::newRow("log handler") << QStringList{
             u"handled ERROR|OrvaneVistrel|Cannot find instance of Vistrel"_s, noSession};

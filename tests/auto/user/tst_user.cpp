@@ -37,9 +37,12 @@ private Q_SLOTS:
     {
         QTest::addColumn<ActiveUser>("user");
         QTest::addColumn<QByteArray>("body");
-        ActiveUser full{u"42"_s,         u"Ada"_s,
-                        u"Lovelace"_s,   u"ada@example.com"_s,
-                        QStringList{u"vip"_s, u"beta"_s}, u"agent-7"_s};
+        ActiveUser full{u"42"_s,
+                        u"Ada"_s,
+                        u"Lovelace"_s,
+                        u"ada@example.com"_s,
+                        QStringList{u"vip"_s, u"beta"_s},
+                        u"agent-7"_s};
         QTest::newRow("with an id, every field")
             << full
             << R"({"id":"42","firstname":"Ada","lastname":"Lovelace","email":"ada@example.com",)"
@@ -104,13 +107,13 @@ private Q_SLOTS:
         QVERIFY(service.waitForReports(
             visit,
             [](const QList<Report> &reports) {
-                return std::ranges::any_of(reports,
-                                           [](const Report &r) { return r.message.usertag_size(); });
+                return std::ranges::any_of(
+                    reports, [](const Report &r) { return r.message.usertag_size(); });
             },
             patience));
         const auto reports = service.visit(visit)->reports();
-        const auto it = std::ranges::find_if(reports,
-                                             [](const Report &r) { return r.message.usertag_size(); });
+        const auto it =
+            std::ranges::find_if(reports, [](const Report &r) { return r.message.usertag_size(); });
         const auto &sent = it->message.usertag(0);
         QCOMPARE(sent.id(), "u-7");
         QCOMPARE(sent.email(), "x@example.com");

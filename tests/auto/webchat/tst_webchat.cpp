@@ -115,8 +115,9 @@ private Q_SLOTS:
         // The page got the service's texts, the tenant and the visitor.
         QCOMPARE(evaluate(view->page(), u"document.querySelector('input, textarea').placeholder"_s),
                  QVariant(u"Type a message"_s));
-        QVERIFY(view->url().contains(u"#d=%1&tId=tenant-1&vId=visitor-1&title=Chat%20with%20us&"_s
-                                         .arg(m_service.hostAndPort())));
+        QVERIFY(
+            view->url().contains(u"#d=%1&tId=tenant-1&vId=visitor-1&title=Chat%20with%20us&"_s.arg(
+                m_service.hostAndPort())));
     }
 
     void openFails_data()
@@ -131,8 +132,8 @@ private Q_SLOTS:
         QTest::newRow("a text that is not a string")
             << R"({"params":{"title":7}})"_ba << true
             << u"[ERROR] WebChat: Get WebChat configuration failed: "_s;
-        QTest::newRow("no active user") << QByteArray() << false
-                                        << u"[WARNING] ChatView: No visitorId set"_s;
+        QTest::newRow("no active user")
+            << QByteArray() << false << u"[WARNING] ChatView: No visitorId set"_s;
     }
     void openFails()
     {
@@ -216,9 +217,8 @@ private Q_SLOTS:
                              << DocumentPreview::Kind::Pdf << 2;
         QTest::newRow("image") << DocumentKind::Png << QString() << u"chart.png"_s
                                << DocumentPreview::Kind::Image << 0;
-        QTest::newRow("a name that climbs out")
-            << DocumentKind::Pdf << u"../../.profile"_s << u".profile"_s
-            << DocumentPreview::Kind::Pdf << 2;
+        QTest::newRow("a name that climbs out") << DocumentKind::Pdf << u"../../.profile"_s
+                                                << u".profile"_s << DocumentPreview::Kind::Pdf << 2;
     }
     void document()
     {
@@ -242,7 +242,8 @@ private Q_SLOTS:
 
         const QFileInfo file(opened.first().first().toString());
         QCOMPARE(file.fileName(), stored);
-        QCOMPARE(file.absolutePath(), QFileInfo(m_webChat.documents()->directory()).absoluteFilePath());
+        QCOMPARE(file.absolutePath(),
+                 QFileInfo(m_webChat.documents()->directory()).absoluteFilePath());
         const auto others = QFileDevice::ReadGroup | QFileDevice::WriteGroup |
                             QFileDevice::ExeGroup | QFileDevice::ReadOther |
                             QFileDevice::WriteOther | QFileDevice::ExeOther;
@@ -267,10 +268,9 @@ private Q_SLOTS:
         QTest::newRow("no data") << u"a.pdf"_s << u"Could not construct data from base64"_s;
         QTest::newRow("a name of dots") << u".."_s + pdf << u"Refused document name"_s;
         QTest::newRow("no name") << pdf << u"Refused document name"_s;
-        QTest::newRow("too large")
-            << u"a.pdf;data:application/pdf;base64,"_s +
-                   QString(DocumentStore::MaxDocumentBytes / 3 * 4 + 8, u'A')
-            << u"[WARNING] ChatViewController: Document too large"_s;
+        QTest::newRow("too large") << u"a.pdf;data:application/pdf;base64,"_s +
+                                          QString(DocumentStore::MaxDocumentBytes / 3 * 4 + 8, u'A')
+                                   << u"[WARNING] ChatViewController: Document too large"_s;
     }
     void refusedDocument()
     {
