@@ -1,0 +1,165 @@
+// What the web chat costs: the time from WebChat::open() to the chat page loaded (the first open
+// starts Qt WebEngine's processes, later ones reuse them) and the memory the chat adds while it is
+// open and after it closed, this process and Qt WebEngine's child processes together. The
+// baseline is a bare QWebEngineView loading the same page: no configuration request, no script
+// messages.
+#include "Api/HttpUtil.h"
+#include "Api/OrvaneAPI.h"
+#include "Config/ApplicationConfigWrapper.h"
+#include "Config/ConstantUtils.h"
+#include "Config/ServiceHost.h"
+#include "LocalService.h"
+#include "WebChat/ChatView.h"
+#include "WebChat/WebChat.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QWebEngineView>
+
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+using namespace VistrelKit;
+
+namespace {
+constexpr int Rounds = 5;
+
+// Resident memory in KiB of a process and, recursively, of its children.
+qint64 residentKiB(const QString &pid)
+{
+    qint64 total = 0;
+    QFile status(u"/proc/%1/status"_s.arg(pid));
+    if (status.open(QIODevice::ReadOnly)) {
+        for (const QByteArray &line : status.readAll().split('\n')) {
+            if (line.startsWith("VmRSS:"))
+                total += line.mid(6).trimmed().split(' ').first().toLongLong();
+        }
+    }
+    for (const QString &task :
+         QDir(u"/proc/%1/task"_s.arg(pid)).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile children(u"/proc/%1/task/%2/children"_s.arg(pid, task));
+        if (!children.open(QIODevice::ReadOnly))
+            continue;
+        for (const QByteArray &child : children.readAll().split(' ')) {
+            if (!child.trimmed().isEmpty())
+                total += residentKiB(QString::fromLatin1(child.trimmed()));
+        }
+    }
+    return total;
+}
+
+qint64 residentMiB()
+{
+    // Let freed memory and exited renderers settle first.
+    QTest::qWait(1500);
+    return residentKiB(QString::number(QCoreApplication::applicationPid())) / 1024;
+}
+
+struct Figures
+{
+    double firstMs = 0;
+    double laterMs = 0;
+    qint64 beforeMiB = 0;
+    qint64 openMiB = 0;
+    qint64 closedMiB = 0;
+};
+
+void print(const char *what, double kit, double baseline, const char *unit)
+{
+    std::printf("%-34s %10.1f %10.1f %s\n", what, kit, baseline, unit);
+}
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
+    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+    QApplication app(argc, argv);
+    VistrelService::LocalService service;
+    if (!service.start()) {
+        std::fprintf(stderr, "cannot start the local service\n");
+        return 1;
+    }
+    QTemporaryDir dir;
+    QFile config(dir.filePath(u"Config.json"_s));
+    if (!config.open(QIODevice::WriteOnly))
+        return 1;
+    config.write(u"{\"Hostname\":\"%1\",\"CdnHostname\":\"%1\",\"HttpProtocol\":\"http\"}"_s
+                     .arg(service.hostAndPort())
+                     .toUtf8());
+    config.close();
+    ConstantUtils::setConfigFile(config.fileName());
+    ServiceHost host;
+    host.setServer(service.hostAndPort());
+    ApplicationConfigWrapper wrapper;
+    wrapper.config().tenantId = u"tenant"_s;
+    wrapper.config().activeUserTag.emplace().id = u"visitor"_s;
+    HttpUtil http(&wrapper);
+    OrvaneAPI api(&http, &host);
+    WebChat webChat(&wrapper, &api, &host);
+    QWidget window;
+    window.resize(400, 700);
+    window.show();
+
+    // The kit: open, wait for the page, close.
+    Figures kit;
+    kit.beforeMiB = residentMiB();
+    for (int round = 0; round < Rounds; ++round) {
+        QElapsedTimer clock;
+        clock.start();
+        webChat.open(&window, u"tenant"_s);
+        if (!QTest::qWaitFor([&] { return WebChat::chatViewOf(&window); }, 30000))
+            return 1;
+        ChatView *view = WebChat::chatViewOf(&window);
+        bool loaded = false;
+        QObject::connect(view->page(), &QWebEnginePage::loadFinished,
+                         [&](bool ok) { loaded = ok; });
+        if (!QTest::qWaitFor([&] { return loaded; }, 30000))
+            return 1;
+        const double ms = clock.nsecsElapsed() / 1e6;
+        (round == 0 ? kit.firstMs : kit.laterMs) += round == 0 ? ms : ms / (Rounds - 1);
+        if (round == 0)
+            kit.openMiB = residentMiB();
+        view->remove();
+        QTest::qWaitFor([&] { return !WebChat::chatViewOf(&window); }, 5000);
+    }
+    kit.closedMiB = residentMiB();
+
+    // The baseline: a bare web view with the same page, in the same (now warm) process.
+    Figures bare;
+    const QUrl page(ChatView::chatUrl(host.cdnPath(), host.server(), 0, u"tenant"_s, u"visitor"_s,
+                                      std::nullopt));
+    bare.beforeMiB = kit.closedMiB;
+    for (int round = 0; round < Rounds; ++round) {
+        QElapsedTimer clock;
+        clock.start();
+        auto *view = new QWebEngineView(&window);
+        view->setGeometry(window.rect());
+        view->show();
+        bool loaded = false;
+        QObject::connect(view->page(), &QWebEnginePage::loadFinished,
+                         [&](bool ok) { loaded = ok; });
+        view->load(page);
+        if (!QTest::qWaitFor([&] { return loaded; }, 30000))
+            return 1;
+        const double ms = clock.nsecsElapsed() / 1e6;
+        (round == 0 ? bare.firstMs : bare.laterMs) += round == 0 ? ms : ms / (Rounds - 1);
+        if (round == 0)
+            bare.openMiB = residentMiB();
+        delete view;
+    }
+    bare.closedMiB = residentMiB();
+
+    std::printf("%-34s %10s %10s\n", "web chat, offscreen, loopback", "kit", "bare view");
+    print("open to loaded, first (ms)", kit.firstMs, bare.firstMs, "(bare: engine already up)");
+    print("open to loaded, later (ms)", kit.laterMs, bare.laterMs, "");
+    print("memory before (MiB)", double(kit.beforeMiB), double(bare.beforeMiB), "");
+    print("memory while open (MiB)", double(kit.openMiB), double(bare.openMiB), "");
+    print("memory after close (MiB)", double(kit.closedMiB), double(bare.closedMiB), "");
+    return 0;
+}
