@@ -9,6 +9,7 @@
 #include "Config/ConstantUtils.h"
 #include "Config/ServiceHost.h"
 #include "LocalService.h"
+#include "WebChat/ChatPage.h"
 #include "WebChat/ChatView.h"
 #include "WebChat/WebChat.h"
 
@@ -126,7 +127,8 @@ int main(int argc, char *argv[])
         if (round == 0)
             kit.openMiB = residentMiB();
         view->remove();
-        QTest::qWaitFor([&] { return !WebChat::chatViewOf(&window); }, 5000);
+        if (!QTest::qWaitFor([&] { return !WebChat::chatViewOf(&window); }, 5000))
+            return 1;
     }
     kit.closedMiB = residentMiB();
 
