@@ -11,6 +11,7 @@
 namespace VistrelKit {
 
 class OrvaneCoBrowsing;
+class OrvaneConference;
 class OrvaneConfiguration;
 class OrvaneUser;
 class OrvaneVistrel;
@@ -39,6 +40,11 @@ public:
     static OrvaneWebChat *webChat();
     /// The app's user as the service knows it (one instance per process).
     static OrvaneUser *user();
+    /// Video calls with an agent (one instance per process). Defined in the library
+    /// Vistrel::Conference: link it to call these.
+    static OrvaneConference *conference();
+    /// The same object as conference().
+    static OrvaneConference *conferenceInstance();
     /// Binds the kit to a tenant: stores tenant and token, renews the visitor and visit ids
     /// (keeping the session id) and starts listening for an agent's co-browsing request. Returns
     /// nothing when the kit's configuration is unavailable.

@@ -18,7 +18,7 @@ class ApplicationConfigWrapper;
 
 /// The kit's only HTTP client. Every request carries the session id header; replies are handed
 /// over raw. An HTTP error status is a reply, not an error: only transport failures are errors.
-class VISTREL_AUTOTEST_EXPORT HttpUtil : public QObject
+class VISTREL_PRIVATE_EXPORT HttpUtil : public QObject
 {
     Q_OBJECT
 public:

@@ -23,7 +23,7 @@ struct MonitoringConfigDTO;
 struct WebChatConfigurationDTO;
 
 /// The service's operations: URLs, verbs and typed replies over HttpUtil.
-class VISTREL_AUTOTEST_EXPORT OrvaneAPI : public QObject
+class VISTREL_PRIVATE_EXPORT OrvaneAPI : public QObject
 {
     Q_OBJECT
 public:

@@ -12,7 +12,7 @@
 namespace VistrelKit {
 
 /// The poll's listeners by id. Everything runs on the GUI thread, so no lock is needed.
-class VISTREL_AUTOTEST_EXPORT ClientRegistry
+class VISTREL_PRIVATE_EXPORT ClientRegistry
 {
 public:
     /// Adds the client, replacing one registered under the same id.
@@ -21,6 +21,12 @@ public:
     bool isEmpty() const { return m_clients.isEmpty(); }
     qsizetype size() const { return m_clients.size(); }
     bool contains(const QString &id) const { return m_clients.contains(id); }
+    /// The client registered under id, or null.
+    const RegisteredClient *client(const QString &id) const
+    {
+        const auto it = m_clients.constFind(id);
+        return it == m_clients.cend() ? nullptr : &*it;
+    }
 
     /// The smallest rate of all clients; nothing without clients.
     std::optional<double> smallestRate() const;

@@ -16,7 +16,7 @@ class OrvaneAPI;
 /// Owns the channel poll and its listeners: the poll runs exactly while someone listens, at the
 /// rate of the most demanding listener, and each received message goes to the listeners of its
 /// channel.
-class VISTREL_AUTOTEST_EXPORT Communication : public QObject
+class VISTREL_PRIVATE_EXPORT Communication : public QObject
 {
     Q_OBJECT
 public:

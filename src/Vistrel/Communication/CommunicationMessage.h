@@ -9,7 +9,7 @@
 namespace VistrelKit {
 
 /// One message on a channel: {"channel": "COQS", "payload": "4"}.
-struct VISTREL_AUTOTEST_EXPORT CommunicationMessage
+struct VISTREL_PRIVATE_EXPORT CommunicationMessage
 {
     CommunicationChannel channel = CommunicationChannel::SCB;
     QString payload;

@@ -17,7 +17,7 @@ class OrvaneAPI;
 
 /// The channel poll: while running, posts the registered channels to "api/in/co" every
 /// currentRate seconds and hands each message of the reply to its receiver.
-class VISTREL_AUTOTEST_EXPORT XhrRunner : public QObject
+class VISTREL_PRIVATE_EXPORT XhrRunner : public QObject
 {
     Q_OBJECT
 public:

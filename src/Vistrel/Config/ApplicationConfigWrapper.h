@@ -9,7 +9,7 @@
 namespace VistrelKit {
 
 /// Owns the configuration tree. Services hold the wrapper, never a copy of its fields.
-class VISTREL_AUTOTEST_EXPORT ApplicationConfigWrapper : public QObject
+class VISTREL_PRIVATE_EXPORT ApplicationConfigWrapper : public QObject
 {
     Q_OBJECT
 public:

@@ -10,7 +10,7 @@
 namespace VistrelKit {
 
 /// What a completion handler receives on failure: the kit's own StringError or a transport error.
-class VISTREL_AUTOTEST_EXPORT Error
+class VISTREL_PRIVATE_EXPORT Error
 {
 public:
     Error(StringError error)

@@ -19,7 +19,7 @@ namespace VistrelKit {
 
 /// A dependency container: one singleton per registered type, built on first resolve
 /// with its dependencies resolved recursively. A resolve that cannot succeed returns nullptr.
-class VISTREL_AUTOTEST_EXPORT Injection
+class VISTREL_PRIVATE_EXPORT Injection
 {
 public:
     template<class T>

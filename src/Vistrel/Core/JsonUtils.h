@@ -15,7 +15,7 @@ namespace VistrelKit {
 using Json = nlohmann::ordered_json;
 
 /// Safe JSON entry points for anything that came over the network: never throw, bounded nesting.
-class VISTREL_AUTOTEST_EXPORT JsonUtils
+class VISTREL_PRIVATE_EXPORT JsonUtils
 {
 public:
     /// Deeper documents are refused before parsing, so no reader ever recurses without bound.

@@ -11,7 +11,7 @@ namespace VistrelKit {
 
 /// One line per event on standard output, "[LEVEL] Source: message", or to the host's handler.
 /// The source is the calling file's name without directory and extension.
-class VISTREL_AUTOTEST_EXPORT Log
+class VISTREL_PRIVATE_EXPORT Log
 {
 public:
     using Listener = std::function<void(const QString &line)>;

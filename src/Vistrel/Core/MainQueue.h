@@ -7,7 +7,7 @@
 namespace VistrelKit {
 
 /// Runs work later on the GUI thread, after the current event has been handled.
-class VISTREL_AUTOTEST_EXPORT MainQueue
+class VISTREL_PRIVATE_EXPORT MainQueue
 {
 public:
     static void async(std::function<void()> work);

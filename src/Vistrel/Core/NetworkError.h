@@ -8,7 +8,7 @@
 namespace VistrelKit {
 
 /// A transport failure as Qt Network reports it (no HTTP response was received).
-class VISTREL_AUTOTEST_EXPORT NetworkError
+class VISTREL_PRIVATE_EXPORT NetworkError
 {
 public:
     NetworkError(QNetworkReply::NetworkError code, QString text)

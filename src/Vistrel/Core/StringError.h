@@ -7,7 +7,7 @@
 namespace VistrelKit {
 
 /// The error value for every failure the kit reports itself.
-class VISTREL_AUTOTEST_EXPORT StringError
+class VISTREL_PRIVATE_EXPORT StringError
 {
 public:
     explicit StringError(QString message)

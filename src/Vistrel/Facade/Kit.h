@@ -9,7 +9,7 @@ namespace VistrelKit {
 /// The composition root: the one place that knows every class of the kit, registers them and
 /// connects the signals by which lower objects tell higher ones what happened. The facades
 /// resolve their objects from container().
-class VISTREL_AUTOTEST_EXPORT Kit
+class VISTREL_PRIVATE_EXPORT Kit
 {
 public:
     Kit() = delete;

@@ -12,7 +12,7 @@ class QWidget;
 namespace VistrelKit {
 
 /// Finds what is on screen: the topmost window and the name of the page it shows.
-class VISTREL_AUTOTEST_EXPORT ViewUtils
+class VISTREL_PRIVATE_EXPORT ViewUtils
 {
 public:
     /// The active modal widget, else the active window, else the front-most visible top-level

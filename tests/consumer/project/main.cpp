@@ -1,4 +1,5 @@
 #include <Vistrel/Orvane.h>
+#include <Vistrel/OrvaneConference.h>
 #include <Vistrel/OrvaneConfiguration.h>
 
 #include <QGuiApplication>
@@ -17,5 +18,11 @@ int main(int argc, char *argv[])
     Orvane::configuration()->setServer(QStringLiteral("assist.example.com"));
     std::printf("consumer: server=%s cdn=%s\n", qPrintable(Orvane::configuration()->server()),
                 qPrintable(Orvane::configuration()->cdnPath()));
-    return Orvane::configuration()->server() == QStringLiteral("assist.example.com") ? 0 : 2;
+    if (Orvane::configuration()->server() != QStringLiteral("assist.example.com"))
+        return 2;
+    // The video call comes from its own library.
+    Orvane::conference()->queueStatus(QStringLiteral("customer"), [](int) {});
+    return Orvane::conference() == Orvane::conferenceInstance() && !Orvane::conference()->isInCall()
+               ? 0
+               : 3;
 }
