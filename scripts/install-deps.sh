@@ -8,7 +8,7 @@ packages=(
     qt6-webengine-dev qt6-webengine-dev-tools qt6-webchannel-dev qt6-pdf-dev
     libgl-dev libxkbcommon-dev
     libprotobuf-dev protobuf-compiler nlohmann-json3-dev libbenchmark-dev
-    chromium
+    chromium libnss3-tools
 )
 # The browser test runs on Node.js; a Node.js from elsewhere (with its own npm) is kept.
 command -v npm >/dev/null 2>&1 || packages+=(nodejs npm)

@@ -1,7 +1,11 @@
 #include "SessionPanel.h"
 
+#include "MainWindow.h"
+
+#include <Vistrel/ConferenceProperties.h>
 #include <Vistrel/Orvane.h>
 #include <Vistrel/OrvaneCoBrowsing.h>
+#include <Vistrel/OrvaneConference.h>
 #include <Vistrel/OrvaneVistrel.h>
 #include <Vistrel/OrvaneWebChat.h>
 
@@ -12,6 +16,20 @@
 using namespace Qt::StringLiterals;
 using namespace VistrelKit;
 
+namespace {
+// The signed-in demo user as the agent sees them in the call queue and the call.
+ConferenceProperties demoCustomer()
+{
+    ConferenceProperties customer;
+    customer.customerId = QString::fromLatin1(MainWindow::DemoUserId);
+    customer.firstname = u"Alex"_s;
+    customer.lastname = u"Morgan"_s;
+    customer.displayName = u"Alex Morgan"_s;
+    customer.email = u"alex.morgan@example.com"_s;
+    return customer;
+}
+} // namespace
+
 SessionPanel::SessionPanel(QWidget *parent)
     : QFrame(parent)
     , m_state(new QLabel(this))
@@ -19,6 +37,8 @@ SessionPanel::SessionPanel(QWidget *parent)
     , m_startSession(new QPushButton(u"Start session"_s, this))
     , m_startCoBrowsing(new QPushButton(u"Start co-browsing"_s, this))
     , m_chat(new QPushButton(u"Chat"_s, this))
+    , m_videoCall(new QPushButton(u"Video call"_s, this))
+    , m_callState(new QLabel(this))
 {
     setFrameShape(QFrame::StyledPanel);
     m_shareId->setTextInteractionFlags(Qt::TextSelectableByMouse);
@@ -50,6 +70,26 @@ SessionPanel::SessionPanel(QWidget *parent)
     layout->addWidget(m_startCoBrowsing, 2, 0);
     layout->addWidget(stopCoBrowsing, 2, 1);
     layout->addWidget(m_chat, 3, 0, 1, 2);
+    layout->addWidget(m_videoCall, 4, 0);
+    layout->addWidget(m_callState, 4, 1);
+
+    // The kit tells the host only queue positions: the agent's "Start call" in the console
+    // gives the customer position 0, on which the app opens the call itself.
+    m_videoCall->setObjectName(u"videoCallButton"_s);
+    m_callState->setObjectName(u"callState"_s);
+    OrvaneConference *conference = Orvane::conference();
+    connect(m_videoCall, &QPushButton::clicked, this, &SessionPanel::joinVideoCall);
+    connect(conference, &OrvaneConference::queuePositionChanged, this,
+            &SessionPanel::showQueuePosition);
+    connect(conference, &OrvaneConference::callStarted, this, [this] {
+        m_waitingForCall = false;
+        m_callState->setText(u"In call"_s);
+        m_videoCall->setEnabled(false);
+    });
+    connect(conference, &OrvaneConference::callEnded, this, [this] {
+        m_callState->setText(u"Call ended"_s);
+        m_videoCall->setEnabled(true);
+    });
 
     // The kit's signals tell of every start and stop, whoever asked for it (this panel,
     // co-browsing or an agent).
@@ -67,6 +107,34 @@ SessionPanel::SessionPanel(QWidget *parent)
     connect(Orvane::webChat(), &OrvaneWebChat::opened, this, &SessionPanel::refresh);
     connect(Orvane::webChat(), &OrvaneWebChat::closed, this, &SessionPanel::refresh);
     refresh();
+}
+
+void SessionPanel::joinVideoCall()
+{
+    m_waitingForCall = true;
+    m_videoCall->setEnabled(false);
+    m_callState->setText(u"Joining the queue…"_s);
+    Orvane::conference()->join(demoCustomer());
+}
+
+void SessionPanel::showQueuePosition(const QString &customerId, int position)
+{
+    if (customerId != QLatin1StringView(MainWindow::DemoUserId) ||
+        Orvane::conference()->isInCall()) {
+        return;
+    }
+    if (position > 0) {
+        m_callState->setText(u"Queue position %1"_s.arg(position));
+    } else if (position == 0 && m_waitingForCall) {
+        // Polls keep saying 0 until the call is open: start it once.
+        m_waitingForCall = false;
+        m_callState->setText(u"Your agent is calling…"_s);
+        Orvane::conference()->start(demoCustomer());
+    } else if (position < 0) {
+        m_waitingForCall = false;
+        m_callState->setText(u"Not in the queue"_s);
+        m_videoCall->setEnabled(true);
+    }
 }
 
 void SessionPanel::refresh()

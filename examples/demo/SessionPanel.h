@@ -6,7 +6,8 @@ class QLabel;
 class QPushButton;
 
 /// The always visible bar that starts and stops the screen session and co-browsing, opens the
-/// web chat, and shows the share id and whether the screen is being recorded.
+/// web chat, queues the user for a video call, and shows the share id, whether the screen is
+/// being recorded and where the call stands.
 class SessionPanel : public QFrame
 {
     Q_OBJECT
@@ -21,10 +22,18 @@ public:
     /// Reads the session's state from the kit and shows it.
     void refresh();
 
+private Q_SLOTS:
+    void joinVideoCall();
+    void showQueuePosition(const QString &customerId, int position);
+
 private:
     QLabel *m_state;
     QLabel *m_shareId;
     QPushButton *m_startSession;
     QPushButton *m_startCoBrowsing;
     QPushButton *m_chat;
+    QPushButton *m_videoCall;
+    QLabel *m_callState;
+    /// Between the user's join and the call's start: position 0 then opens the call, once.
+    bool m_waitingForCall = false;
 };

@@ -98,7 +98,15 @@ int main(int argc, char *argv[])
         u"http"_s);
     const QCommandLineOption noAutostartOption(
         u"no-autostart"_s, u"Do not start the session; use the panel's buttons."_s);
-    parser.addOptions({serverOption, schemeOption, noAutostartOption});
+    // The video call opens the embedded service's stand-in meeting over HTTPS, with the test
+    // certificate from tests/tls/make-test-authority.sh; the call view trusts it only when HOME
+    // holds that authority's NSS database (scripts/demo.sh sets both).
+    const QCommandLineOption tlsDirOption(
+        u"tls-dir"_s,
+        u"Serve the stand-in meeting over HTTPS with <dir>/server.pem and server.key "
+        "(default: $VISTREL_TEST_TLS_DIR)."_s,
+        u"dir"_s, qEnvironmentVariable("VISTREL_TEST_TLS_DIR"));
+    parser.addOptions({serverOption, schemeOption, noAutostartOption, tlsDirOption});
     parser.process(app);
 
     QString server = parser.value(serverOption);
@@ -123,6 +131,15 @@ int main(int argc, char *argv[])
             return 1;
         }
         server = service->hostAndPort();
+        const QString tlsDir = parser.value(tlsDirOption);
+        if (tlsDir.isEmpty()) {
+            std::printf("No --tls-dir: video calls cannot open (run scripts/demo.sh)\n");
+        } else if (!service->startTlsFromDirectory(tlsDir)) {
+            fail(u"cannot serve HTTPS with the certificate in "_s + tlsDir);
+            return 1;
+        } else {
+            std::printf("Stand-in meeting: https://%s/\n", qPrintable(service->tlsHostAndPort()));
+        }
     } else {
         const QUrl url(scheme + u"://"_s + server);
         if (!url.isValid() || url.host().isEmpty() || !url.path().isEmpty() || url.hasQuery()) {

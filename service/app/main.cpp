@@ -24,8 +24,16 @@ int main(int argc, char *argv[])
                                   u"port"_s, u"8080"_s);
     QCommandLineOption addressOption(u"address"_s, u"Address to listen on."_s, u"address"_s,
                                      u"127.0.0.1"_s);
+    // The stand-in meeting of video calls needs HTTPS; the certificate and key come from
+    // tests/tls/make-test-authority.sh.
+    QCommandLineOption tlsDirOption(
+        u"tls-dir"_s,
+        u"Also serve HTTPS on a free loopback port with <dir>/server.pem and server.key "
+        "(default: $VISTREL_TEST_TLS_DIR)."_s,
+        u"dir"_s, qEnvironmentVariable("VISTREL_TEST_TLS_DIR"));
     parser.addOption(portOption);
     parser.addOption(addressOption);
+    parser.addOption(tlsDirOption);
     parser.process(app);
 
     VistrelService::LocalService service;
@@ -38,6 +46,14 @@ int main(int argc, char *argv[])
     }
     std::printf("Vistrel local service listening on http://%s:%u\n",
                 qPrintable(parser.value(addressOption)), unsigned(port));
+    if (const QString tlsDir = parser.value(tlsDirOption); !tlsDir.isEmpty()) {
+        if (service.startTlsFromDirectory(tlsDir) == 0) {
+            std::fprintf(stderr, "Cannot serve HTTPS with the certificate in %s\n",
+                         qPrintable(tlsDir));
+            return 1;
+        }
+        std::printf("Stand-in meeting: https://%s/\n", qPrintable(service.tlsHostAndPort()));
+    }
     std::printf("Agent console: http://%s:%u/\n", qPrintable(parser.value(addressOption)),
                 unsigned(port));
     std::fflush(stdout);

@@ -478,6 +478,91 @@
 
   // ---- agent actions --------------------------------------------------------------------
 
+  // ---- video calls ---------------------------------------------------------------------
+
+  function callButton(label, testid, path, done, danger) {
+    const button = document.createElement('button');
+    button.type = 'button';
+    button.textContent = label;
+    button.dataset.testid = testid;
+    if (danger) button.classList.add('danger');
+    button.addEventListener('click', async () => {
+      if (await act('POST', path, undefined, done)) refreshCallsNow();
+    });
+    return button;
+  }
+
+  function renderCalls(data) {
+    const rows = document.querySelector('#call-queue tbody');
+    rows.replaceChildren();
+    for (const customer of data.customers) {
+      const row = rows.insertRow();
+      row.dataset.testid = 'call-row';
+      row.dataset.customerId = customer.customerId;
+      row.dataset.position = String(customer.position);
+      const name = [customer.firstName, customer.lastName].filter(Boolean).join(' ');
+      cell(row, customer.position === 0 ? 'calling' : String(customer.position));
+      cell(row, customer.tenantId);
+      cell(row, short(customer.customerId), customer.customerId);
+      cell(row, name || '—');
+      cell(row, customer.email || '—');
+      const path = '/calls/' + encodeURIComponent(customer.tenantId) + '/' +
+        encodeURIComponent(customer.customerId) + '/';
+      const who = name || short(customer.customerId);
+      const actions = row.insertCell();
+      if (customer.position > 0) {
+        actions.append(
+          callButton('↑', 'call-up', path + 'up', who + ' moved up'),
+          callButton('↓', 'call-down', path + 'down', who + ' moved down'),
+          callButton('Start call', 'call-start', path + 'start', 'Call started with ' + who));
+      }
+      actions.append(callButton('Remove', 'call-remove', path + 'remove', who + ' removed', true));
+    }
+    document.getElementById('call-queue').hidden = data.customers.length === 0;
+    document.getElementById('call-queue-empty').hidden = data.customers.length !== 0;
+
+    const meetings = document.querySelector('#meeting-list tbody');
+    meetings.replaceChildren();
+    // Newest first: the call in progress is on top.
+    for (const meeting of [...data.meetings].reverse()) {
+      const row = meetings.insertRow();
+      row.dataset.testid = 'meeting-row';
+      row.dataset.room = meeting.room;
+      row.dataset.ended = String(meeting.ended);
+      cell(row, meeting.room);
+      cell(row, meeting.displayName || '—', meeting.email);
+      cell(row, meeting.subject || '—');
+      cell(row, meeting.ended ? 'ended' : 'in call');
+      const actions = row.insertCell();
+      if (!meeting.ended) {
+        actions.append(callButton('End call', 'meeting-end',
+          '/meetings/' + encodeURIComponent(meeting.room) + '/end',
+          'Call in ' + meeting.room + ' ended', true));
+      }
+    }
+    document.getElementById('meeting-list').hidden = data.meetings.length === 0;
+    document.getElementById('meeting-list-empty').hidden = data.meetings.length !== 0;
+  }
+
+  let callsShown = '';
+  async function refreshCallsNow() {
+    try {
+      const answer = await call('GET', '/calls');
+      if (!answer.ok || !answer.data) return;
+      // Redrawn only on change, so a button is not replaced under the pointer.
+      const shown = JSON.stringify(answer.data);
+      if (shown !== callsShown) {
+        callsShown = shown;
+        renderCalls(answer.data);
+      }
+    } catch (e) { /* the visit list shows the connection state */ }
+  }
+
+  async function refreshCalls() {
+    await refreshCallsNow();
+    setTimeout(refreshCalls, VISITS_EVERY_MS);
+  }
+
   function report(text, failed) {
     ui.actionStatus.textContent = text;
     ui.actionStatus.classList.toggle('error', !!failed);
@@ -584,6 +669,7 @@
 
   renderSelection();
   refreshVisits();
+  refreshCalls();
   pollEvents();
   pollChat();
 })();

@@ -174,6 +174,12 @@ HttpReply ChannelEndpoint::handle(const RecordedRequest &request)
         else
             *queue = kept;
     }
+    if (m_supplier) {
+        for (const ChannelMessage &message : m_supplier(poller)) {
+            if (listening.contains(message.channel))
+                delivered.append(message);
+        }
+    }
     for (const ChannelMessage &message : std::as_const(delivered))
         Q_EMIT messageDelivered(visitorId, message.channel, message.payload);
     Q_EMIT polled(visitorId);

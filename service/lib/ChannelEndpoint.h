@@ -10,6 +10,7 @@
 #include <QObject>
 #include <QStringList>
 
+#include <functional>
 #include <optional>
 
 namespace VistrelService {
@@ -51,6 +52,11 @@ public:
     /// Forgets every queued message of every visitor.
     void clearQueue() { m_queues.clear(); }
 
+    /// Messages made for each poll from the state of another endpoint (the video call's queue
+    /// positions), delivered after the queued ones on the channels the poll listens on.
+    using Supplier = std::function<QList<ChannelMessage>(const ChannelPoller &poller)>;
+    void setSupplier(Supplier supplier) { m_supplier = std::move(supplier); }
+
     /// In order of first poll.
     QList<ChannelPoller> pollers() const { return m_pollers; }
     std::optional<ChannelPoller> poller(const QString &visitorId) const;
@@ -64,6 +70,7 @@ private:
 
     QList<ChannelPoller> m_pollers;
     QHash<QString, QList<ChannelMessage>> m_queues;
+    Supplier m_supplier;
 };
 
 } // namespace VistrelService

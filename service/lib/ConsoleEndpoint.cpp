@@ -168,6 +168,23 @@ HttpReply ConsoleEndpoint::api(const RecordedRequest &request, const QStringList
             return fail(404, u"unknown poller"_s);
         return coBrowse(segments.at(1));
     }
+    // calls, calls/{tenant}/{customer}/{action}, meetings/{room}/end: the video calls.
+    if (segments == QStringList{u"calls"_s}) {
+        if (method != u"GET"_s)
+            return fail(405, u"method not allowed"_s);
+        return calls();
+    }
+    if (segments.at(0) == u"calls"_s || segments.at(0) == u"meetings"_s) {
+        const bool call = segments.at(0) == u"calls"_s;
+        if (segments.size() != (call ? 4 : 3) || (!call && segments.at(2) != u"end"_s))
+            return fail(404, u"no such console endpoint"_s);
+        if (method != u"POST"_s)
+            return fail(405, u"method not allowed"_s);
+        if (call)
+            return callAction(segments.at(1), segments.at(2), segments.at(3));
+        m_service->endMeeting(segments.at(1));
+        return calls();
+    }
     if (segments.size() < 2 || segments.size() > 4 || segments.at(0) != u"visits"_s)
         return fail(404, u"no such console endpoint"_s);
 
@@ -490,6 +507,56 @@ QJsonObject ConsoleEndpoint::summary(const Visit &visit)
         {u"screenshot"_s, screenshot},
         {u"user"_s, user(visit)},
     };
+}
+
+HttpReply ConsoleEndpoint::calls() const
+{
+    QJsonArray customers;
+    ConferenceEndpoint *conference = m_service->conference();
+    for (const QString &tenantId : conference->tenants()) {
+        for (const QueuedCustomer &customer : conference->queue(tenantId)) {
+            // The join body names the customer; one that is not an object was refused.
+            const QJsonObject joined = QJsonDocument::fromJson(customer.body).object();
+            QJsonObject item{{u"tenantId"_s, tenantId},
+                             {u"customerId"_s, customer.customerId},
+                             {u"position"_s, customer.position}};
+            for (const QString &key :
+                 {u"firstName"_s, u"lastName"_s, u"email"_s, u"phoneNumber"_s}) {
+                item.insert(key, joined.value(key).toString());
+            }
+            customers.append(item);
+        }
+    }
+    QJsonArray meetings;
+    for (const Meeting &meeting : m_service->meetings()) {
+        meetings.append(QJsonObject{
+            {u"room"_s, meeting.room},
+            {u"displayName"_s, meeting.displayName},
+            {u"email"_s, meeting.email},
+            {u"subject"_s, meeting.subject ? QJsonValue(*meeting.subject) : QJsonValue()},
+            {u"ended"_s, meeting.ended}});
+    }
+    return jsonReply(200, QJsonObject{{u"customers"_s, customers}, {u"meetings"_s, meetings}});
+}
+
+HttpReply ConsoleEndpoint::callAction(const QString &tenantId, const QString &customerId,
+                                      const QString &action)
+{
+    ConferenceEndpoint *conference = m_service->conference();
+    bool done = false;
+    if (action == u"up"_s)
+        done = conference->move(tenantId, customerId, -1);
+    else if (action == u"down"_s)
+        done = conference->move(tenantId, customerId, 1);
+    else if (action == u"remove"_s)
+        done = conference->remove(tenantId, customerId);
+    else if (action == u"start"_s)
+        done = conference->call(tenantId, customerId);
+    else
+        return fail(404, u"no such console endpoint"_s);
+    if (!done)
+        return fail(404, u"customer not waiting in the queue"_s);
+    return calls();
 }
 
 } // namespace VistrelService

@@ -16,7 +16,7 @@ class Visit;
 /// The agent console: its page at "/" and "/console/…", and its JSON API under "/console/api/":
 /// the live visits and channel pollers, each visit's screenshots, time line and user, the agent's
 /// commands, which go out through the service's command and channel queues, and the web chat
-/// with the visit's visitor.
+/// with the visit's visitor; and the video call queue with the calls of the stand-in meeting.
 class ConsoleEndpoint
 {
 public:
@@ -58,6 +58,8 @@ private:
     HttpReply command(const Visit &visit, const QJsonObject &command);
     HttpReply coBrowse(const QString &visitorId);
     HttpReply chat(const Visit &visit, const RecordedRequest &request, const QString &what);
+    HttpReply calls() const;
+    HttpReply callAction(const QString &tenantId, const QString &customerId, const QString &action);
 
     const Digest &digest(const Visit &visit);
     QJsonObject summary(const Visit &visit);

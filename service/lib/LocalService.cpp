@@ -5,10 +5,15 @@
 
 #include <QDeadlineTimer>
 #include <QEventLoop>
+#include <QFile>
 #include <QHttpServerRequest>
 #include <QHttpServerResponder>
 #include <QJsonDocument>
 #include <QMetaEnum>
+#include <QSslCertificate>
+#include <QSslKey>
+#include <QSslServer>
+#include <QSslSocket>
 #include <QTcpSocket>
 #include <QTimer>
 
@@ -63,6 +68,11 @@ LocalService::LocalService(QObject *parent)
             &LocalService::channelMessageDelivered);
     connect(&m_chat, &ChatEndpoint::messagePosted, this, &LocalService::chatMessagePosted);
     m_webSockets.setMaxMessageSize(m_maxBodySize);
+    m_channels.setSupplier(
+        [this](const ChannelPoller &poller) { return m_conference.messagesFor(poller); });
+    connect(&m_meetings, &MeetingEndpoint::meetingJoined, &m_conference,
+            &ConferenceEndpoint::meetingJoined);
+    connect(&m_meetings, &MeetingEndpoint::meetingJoined, this, &LocalService::meetingJoined);
 }
 
 LocalService::~LocalService() = default;
@@ -77,6 +87,46 @@ quint16 LocalService::start(const QHostAddress &address, quint16 port)
     bind(server);
     m_port = server->serverPort();
     return m_port;
+}
+
+quint16 LocalService::startTls(const QString &certificateFile, const QString &keyFile)
+{
+    QFile certificate(certificateFile);
+    QFile key(keyFile);
+    if (!certificate.open(QIODevice::ReadOnly) || !key.open(QIODevice::ReadOnly)) {
+        qCWarning(lcVistrelService) << "Cannot read" << certificateFile << "or" << keyFile;
+        return 0;
+    }
+    QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
+    configuration.setLocalCertificate(QSslCertificate(certificate.readAll()));
+    configuration.setPrivateKey(QSslKey(key.readAll(), QSsl::Rsa));
+    if (configuration.localCertificate().isNull() || configuration.privateKey().isNull()) {
+        qCWarning(lcVistrelService)
+            << "No PEM certificate and RSA key in" << certificateFile << "and" << keyFile;
+        return 0;
+    }
+    // A QSslServer hands over connections once their handshake is done, beside the plain port;
+    // Qt 6.4's sslSetup() would put every port of the server on TLS.
+    auto *server = new QSslServer(this);
+    server->setSslConfiguration(configuration);
+    if (!server->listen(QHostAddress::LocalHost, 0)) {
+        delete server;
+        return 0;
+    }
+    bind(server);
+    m_tlsPort = server->serverPort();
+    m_conference.setDomain(tlsHostAndPort());
+    return m_tlsPort;
+}
+
+quint16 LocalService::startTlsFromDirectory(const QString &directory)
+{
+    return startTls(directory + u"/server.pem"_s, directory + u"/server.key"_s);
+}
+
+QString LocalService::tlsHostAndPort() const
+{
+    return u"localhost:"_s + QString::number(m_tlsPort);
 }
 
 QString LocalService::hostAndPort() const
@@ -240,6 +290,7 @@ bool LocalService::handleRequest(const QHttpServerRequest &request, QTcpSocket *
     recorded.headers = request.headers();
     recorded.body = request.body();
     recorded.time = QDateTime::currentDateTimeUtc();
+    recorded.secure = qobject_cast<QSslSocket *>(socket) != nullptr;
 
     // Qt upgrades the connection once this returns true, so nothing may be written for it here;
     // returning false has Qt call missingHandler() and close the connection.
@@ -320,6 +371,10 @@ HttpReply LocalService::route(const RecordedRequest &request)
         return m_chat.handle(request);
     if (UserTagEndpoint::handles(path))
         return m_userTags.handle(request);
+    if (ConferenceEndpoint::handles(path))
+        return m_conference.handle(request);
+    if (MeetingEndpoint::handles(path, request.secure))
+        return m_meetings.handle(request);
     // Upgrades never get here: Qt hands them to the WebSocket endpoint.
     if (path == WebSocketEndpoint::Path)
         return HttpReply::error(426, "WebSocket only");

@@ -4,9 +4,13 @@
 #include "ChannelEndpoint.h"
 #include "ChatEndpoint.h"
 #include "ChatMessage.h"
+#include "ConferenceEndpoint.h"
 #include "ConsoleEndpoint.h"
 #include "DeviceInit.h"
 #include "HttpReply.h"
+#include "Meeting.h"
+#include "MeetingEndpoint.h"
+#include "QueuedCustomer.h"
 #include "RecordedRequest.h"
 #include "Report.h"
 #include "TaggedUser.h"
@@ -42,6 +46,16 @@ public:
     quint16 port() const { return m_port; }
     /// "127.0.0.1:<port>", as the kit's "Hostname" takes it.
     QString hostAndPort() const;
+
+    /// Listens on a second loopback port over TLS with the PEM certificate and key (the files
+    /// tests/tls/make-test-authority.sh makes); returns the port, or 0 on failure. The whole
+    /// service answers there, and it alone serves the stand-in meeting's rooms.
+    quint16 startTls(const QString &certificateFile, const QString &keyFile);
+    /// startTls() with "server.pem" and "server.key" of the directory.
+    quint16 startTlsFromDirectory(const QString &directory);
+    quint16 tlsPort() const { return m_tlsPort; }
+    /// "localhost:<TLS port>": the name the test certificate is made out to.
+    QString tlsHostAndPort() const;
 
     /// The reply body of POST api/in/im/c (a MonitoringConfigDTO).
     void setMonitoringConfig(const QByteArray &json) { m_monitoringConfig = json; }
@@ -109,6 +123,21 @@ public:
     /// Until the visitor has polled at least `count` times in all.
     bool waitForChannelPolls(const QString &visitorId, int count, int timeoutMs = 5000);
 
+    /// The reply body of POST cr/init/{tenant}/{customer}; empty goes back to the default, which
+    /// sends the call to the stand-in meeting on tlsHostAndPort().
+    void setCallSettings(const QByteArray &json) { m_conference.setCallSettings(json); }
+    /// The tenant's video call queue: called customers (position 0) first, then the waiting.
+    QList<QueuedCustomer> queue(const QString &tenantId) const
+    {
+        return m_conference.queue(tenantId);
+    }
+    /// The queue as the agent works it.
+    ConferenceEndpoint *conference() { return &m_conference; }
+    /// The calls the stand-in meeting page reported, in join order.
+    QList<Meeting> meetings() const { return m_meetings.meetings(); }
+    /// The page raises the close events at its next poll (about once a second).
+    void endMeeting(const QString &room) { m_meetings.endMeeting(room); }
+
     /// Admission, drops and closes of WebSocket connections.
     WebSocketEndpoint *webSockets() { return &m_webSockets; }
 
@@ -146,6 +175,8 @@ Q_SIGNALS:
     void webSocketConnected(const QString &visitId);
     void webSocketDisconnected(const QString &visitId, QWebSocketProtocol::CloseCode code);
     void webSocketFrameRejected(const QString &visitId, const QString &reason);
+    /// The stand-in meeting page opened a call in room.
+    void meetingJoined(const QString &room);
 
 protected:
     bool handleRequest(const QHttpServerRequest &request, QTcpSocket *socket) override;
@@ -156,6 +187,7 @@ private:
     void record(const RecordedRequest &request);
 
     quint16 m_port = 0;
+    quint16 m_tlsPort = 0;
     qsizetype m_maxBodySize = 16 * 1024 * 1024;
     QByteArray m_monitoringConfig;
     QByteArray m_strings;
@@ -168,6 +200,8 @@ private:
     ConsoleEndpoint m_console;
     ChatEndpoint m_chat;
     UserTagEndpoint m_userTags;
+    ConferenceEndpoint m_conference;
+    MeetingEndpoint m_meetings;
     QHash<QString, DeviceInit> m_inits;
 };
 

@@ -21,6 +21,8 @@ struct RecordedRequest
     QDateTime time;
     /// Status code the service answered with.
     int status = 0;
+    /// It came over TLS, to the port of LocalService::startTls().
+    bool secure = false;
 
     bool hasHeader(const QByteArray &name) const
     {

@@ -43,7 +43,7 @@ private Q_SLOTS:
         QVERIFY(m_service.port());
         const QString tls = qEnvironmentVariable("VISTREL_TEST_TLS_DIR");
         QVERIFY2(!tls.isEmpty(), "the test authority's directory is not set");
-        QVERIFY(m_service.startTls(tls + u"/server.pem"_s, tls + u"/server.key"_s));
+        QVERIFY(m_service.startTlsFromDirectory(tls));
         m_wrapper.config().visitConfig.sessionId = u"session-1"_s;
         m_window.resize(480, 640);
         m_window.show();
