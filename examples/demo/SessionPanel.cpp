@@ -57,10 +57,12 @@ SessionPanel::SessionPanel(QWidget *parent)
     m_chat->setMinimumHeight(40);
     // One block of a colour used nowhere else, like the sign-in button, so that it is easy to
     // find in the streamed image.
-    m_chat->setStyleSheet(
+    const QString solid =
         u"QPushButton { background-color: %1; color: white; border: none;"
-        " font-weight: bold; } QPushButton:disabled { background-color: #9aa3ad; }"_s.arg(
-            QLatin1StringView(ChatColor)));
+        " font-weight: bold; } QPushButton:disabled { background-color: #9aa3ad; }"_s;
+    m_chat->setStyleSheet(solid.arg(QLatin1StringView(ChatColor)));
+    m_videoCall->setMinimumHeight(40);
+    m_videoCall->setStyleSheet(solid.arg(QLatin1StringView(VideoCallColor)));
 
     auto *layout = new QGridLayout(this);
     layout->addWidget(m_state, 0, 0);

@@ -16,6 +16,8 @@ public:
     static constexpr const char *TenantId = "demo-tenant";
     /// The chat button's fill.
     static constexpr const char *ChatColor = "#e8590c";
+    /// The video call button's fill.
+    static constexpr const char *VideoCallColor = "#7b2cbf";
 
     explicit SessionPanel(QWidget *parent = nullptr);
 

@@ -2,7 +2,9 @@
 // the demo's sign-in button on the screen image and waits for the console to show the page the
 // tap leads to and the user the demo identifies on signing in, on the new visit that follows.
 // Then taps the demo's Chat button, waits for the chat page to announce itself, and sends it a
-// message and a PDF that its poll must fetch. Saves a screenshot of the console.
+// message and a PDF that its poll must fetch. Before the chat, taps Video call, starts the call
+// from the console's queue (the stand-in meeting opens in the demo over HTTPS) and ends it. Saves
+// screenshots of the console with the call and with the chat.
 'use strict';
 
 const { chromium } = require('playwright-core');
@@ -14,6 +16,8 @@ const SIGN_IN_COLOUR = { r: 0x1f, g: 0x6f, b: 0xeb };
 const PAGE_AFTER_SIGN_IN = 'ListPage';
 // The session panel's Chat button, likewise alone in its colour.
 const CHAT_COLOUR = { r: 0xe8, g: 0x59, b: 0x0c };
+// The session panel's Video call button.
+const VIDEO_CALL_COLOUR = { r: 0x7b, g: 0x2c, b: 0xbf };
 
 function option(name) {
   const at = process.argv.indexOf(`--${name}`);
@@ -137,6 +141,25 @@ async function main() {
       const img = document.querySelector('[data-testid=screen-image]');
       return img.dataset.screenshotIndex !== undefined && img.complete && img.naturalWidth > 0;
     }, null, { timeout: 20000 });
+    await tap(page, VIDEO_CALL_COLOUR, 'Video call button');
+    await page.waitForSelector('[data-testid=call-row][data-position="1"]', { timeout: 30000 });
+    console.log('the customer waits first in the queue');
+    await page.click('[data-testid=call-row] [data-testid=call-start]');
+    // The device hears position 0, asks for the call settings and opens the stand-in meeting.
+    await page.waitForSelector('[data-testid=meeting-row][data-ended=false]', { timeout: 45000 });
+    console.log('the call is open on the device');
+    await page.waitForTimeout(2000); // for the streamed screen to show it
+    await page.screenshot({ path: option('screenshot').replace(/\.png$/, '-call.png') });
+    await page.click('[data-testid=meeting-row] [data-testid=meeting-end]');
+    await page.waitForSelector('[data-testid=meeting-row][data-ended=true]', { timeout: 30000 });
+    console.log('the call ended');
+    // The streamed screen shows the app again, with the whole Chat button, once the call is gone.
+    for (let attempt = 0; attempt < 40; ++attempt) {
+      const chat = await findColour(page, CHAT_COLOUR);
+      if (chat && chat.pixels > 500) break;
+      await page.waitForTimeout(250);
+    }
+
     await tap(page, CHAT_COLOUR, 'Chat button');
 
     // Qt WebEngine starts its browser process on the first chat: give it time.
@@ -159,6 +182,7 @@ async function main() {
     const screenshot = option('screenshot');
     await page.screenshot({ path: screenshot });
     console.log(`screenshot saved to ${screenshot}`);
+
   } finally {
     if (browser) await browser.close();
     demo.kill('SIGTERM');
