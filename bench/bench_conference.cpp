@@ -1,0 +1,143 @@
+// What a video call costs: the time from join() to the first queue position at the device (the
+// channel poll at the co-browsing listener's 3 s rate, as a host runs it after initConfig), from
+// start() to the meeting page loaded in the call view (the stand-in meeting over HTTPS), and the
+// memory an open call view adds, this process and Qt WebEngine's children together. The baseline
+// is a bare QWebEngineView loading the same meeting page.
+//
+// Needs the test authority: run it with HOME and VISTREL_TEST_TLS_DIR as the tests do, e.g.
+//   tests/tls/make-test-authority.sh /tmp/tls
+//   HOME=/tmp/tls/home VISTREL_TEST_TLS_DIR=/tmp/tls build/release/bench/bench_conference
+#include "Api/HttpUtil.h"
+#include "Api/OrvaneAPI.h"
+#include "Communication/Communication.h"
+#include "Conference.h"
+#include "Config/ApplicationConfigWrapper.h"
+#include "Config/ConstantUtils.h"
+#include "Config/ServiceHost.h"
+#include "LocalService.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QWebEngineView>
+
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+using namespace VistrelKit;
+
+namespace {
+qint64 residentKiB(const QString &pid)
+{
+    qint64 total = 0;
+    QFile status(u"/proc/%1/status"_s.arg(pid));
+    if (status.open(QIODevice::ReadOnly)) {
+        for (const QByteArray &line : status.readAll().split('\n')) {
+            if (line.startsWith("VmRSS:"))
+                total += line.mid(6).trimmed().split(' ').first().toLongLong();
+        }
+    }
+    const QDir tasks(u"/proc/%1/task"_s.arg(pid));
+    for (const QString &task : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile children(u"/proc/%1/task/%2/children"_s.arg(pid, task));
+        if (!children.open(QIODevice::ReadOnly))
+            continue;
+        for (const QByteArray &child : children.readAll().split(' ')) {
+            if (!child.trimmed().isEmpty())
+                total += residentKiB(QString::fromLatin1(child.trimmed()));
+        }
+    }
+    return total;
+}
+
+qint64 residentMiB()
+{
+    QTest::qWait(1500);
+    return residentKiB(QString::number(QCoreApplication::applicationPid())) / 1024;
+}
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
+    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+    QApplication app(argc, argv);
+    VistrelService::LocalService service;
+    if (!service.start() ||
+        !service.startTlsFromDirectory(qEnvironmentVariable("VISTREL_TEST_TLS_DIR"))) {
+        std::fprintf(stderr, "cannot start the local service with TLS (VISTREL_TEST_TLS_DIR?)\n");
+        return 1;
+    }
+    QTemporaryDir dir;
+    QFile config(dir.filePath(u"Config.json"_s));
+    if (!config.open(QIODevice::WriteOnly))
+        return 1;
+    config.write(u"{\"Hostname\":\"%1\",\"CdnHostname\":\"%1\",\"HttpProtocol\":\"http\"}"_s
+                     .arg(service.hostAndPort())
+                     .toUtf8());
+    config.close();
+    ConstantUtils::setConfigFile(config.fileName());
+    ServiceHost host;
+    host.setServer(service.hostAndPort());
+    ApplicationConfigWrapper wrapper;
+    wrapper.config().tenantId = u"tenant"_s;
+    HttpUtil http(&wrapper);
+    OrvaneAPI api(&http, &host);
+    Communication communication(&api, &wrapper);
+    // The co-browsing start listener that Orvane::initConfig registers sets the poll's pace.
+    communication.registerClient(
+        RegisteredClient{u"startCoBrowsing"_s, CommunicationChannel::SCB, 3.0, {}, {}, {}});
+    Conference conference(&api, &wrapper, &communication);
+    QWidget window;
+    window.resize(480, 640);
+    window.show();
+
+    ConferenceProperties customer;
+    customer.customerId = u"c1"_s;
+    customer.displayName = u"Customer"_s;
+    QElapsedTimer clock;
+    clock.start();
+    bool positioned = false;
+    conference.setQueueStatusCallback(u"c1"_s, [&](int) { positioned = true; });
+    conference.join(customer);
+    if (!QTest::qWaitFor([&] { return positioned; }, 30000))
+        return 1;
+    const double joinMs = clock.nsecsElapsed() / 1e6;
+
+    const qint64 beforeMiB = residentMiB();
+    clock.restart();
+    conference.start(customer);
+    if (!service.waitFor([&] { return !service.meetings().isEmpty(); }, 60000))
+        return 1;
+    const double startMs = clock.nsecsElapsed() / 1e6;
+    const qint64 openMiB = residentMiB();
+    conference.conferenceTerminated();
+    const qint64 closedMiB = residentMiB();
+
+    // The baseline: the same meeting page in a bare view, the engine now warm.
+    const QString room = Conference::roomName(u"tenant"_s, u"c1"_s);
+    const qsizetype meetings = service.meetings().size();
+    clock.restart();
+    auto *view = new QWebEngineView(&window);
+    view->setGeometry(window.rect());
+    view->show();
+    view->load(QUrl(u"https://%1/%2"_s.arg(service.tlsHostAndPort(), room)));
+    if (!service.waitFor([&] { return service.meetings().size() > meetings; }, 60000))
+        return 1;
+    const double bareMs = clock.nsecsElapsed() / 1e6;
+    const qint64 bareOpenMiB = residentMiB();
+    delete view;
+
+    std::printf("%-40s %10s %10s\n", "video call, offscreen, loopback", "kit", "bare view");
+    std::printf("%-40s %10.1f %10s\n", "join to first queue position (ms)", joinMs, "-");
+    std::printf("%-40s %10.1f %10.1f %s\n", "start to meeting page reported (ms)", startMs, bareMs,
+                "(bare: engine already up)");
+    std::printf("%-40s %10lld %10lld\n", "memory before the call (MiB)", beforeMiB, closedMiB);
+    std::printf("%-40s %10lld %10lld\n", "memory while in the call (MiB)", openMiB, bareOpenMiB);
+    std::printf("%-40s %10lld %10s\n", "memory after the call (MiB)", closedMiB, "-");
+    return 0;
+}
