@@ -15,6 +15,7 @@
 #include "Config/ConstantUtils.h"
 #include "Config/ServiceHost.h"
 #include "LocalService.h"
+#include "ProcessMemory.h"
 
 #include <QApplication>
 #include <QDir>
@@ -28,37 +29,6 @@
 
 using namespace Qt::StringLiterals;
 using namespace VistrelKit;
-
-namespace {
-qint64 residentKiB(const QString &pid)
-{
-    qint64 total = 0;
-    QFile status(u"/proc/%1/status"_s.arg(pid));
-    if (status.open(QIODevice::ReadOnly)) {
-        for (const QByteArray &line : status.readAll().split('\n')) {
-            if (line.startsWith("VmRSS:"))
-                total += line.mid(6).trimmed().split(' ').first().toLongLong();
-        }
-    }
-    const QDir tasks(u"/proc/%1/task"_s.arg(pid));
-    for (const QString &task : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        QFile children(u"/proc/%1/task/%2/children"_s.arg(pid, task));
-        if (!children.open(QIODevice::ReadOnly))
-            continue;
-        for (const QByteArray &child : children.readAll().split(' ')) {
-            if (!child.trimmed().isEmpty())
-                total += residentKiB(QString::fromLatin1(child.trimmed()));
-        }
-    }
-    return total;
-}
-
-qint64 residentMiB()
-{
-    QTest::qWait(1500);
-    return residentKiB(QString::number(QCoreApplication::applicationPid())) / 1024;
-}
-} // namespace
 
 int main(int argc, char *argv[])
 {
@@ -108,15 +78,15 @@ int main(int argc, char *argv[])
         return 1;
     const double joinMs = clock.nsecsElapsed() / 1e6;
 
-    const qint64 beforeMiB = residentMiB();
+    const qint64 beforeMiB = ProcessMemory::residentMiB();
     clock.restart();
     conference.start(customer);
     if (!service.waitFor([&] { return !service.meetings().isEmpty(); }, 60000))
         return 1;
     const double startMs = clock.nsecsElapsed() / 1e6;
-    const qint64 openMiB = residentMiB();
+    const qint64 openMiB = ProcessMemory::residentMiB();
     conference.conferenceTerminated();
-    const qint64 closedMiB = residentMiB();
+    const qint64 closedMiB = ProcessMemory::residentMiB();
 
     // The baseline: the same meeting page in a bare view, the engine now warm.
     const QString room = Conference::roomName(u"tenant"_s, u"c1"_s);
@@ -129,7 +99,7 @@ int main(int argc, char *argv[])
     if (!service.waitFor([&] { return service.meetings().size() > meetings; }, 60000))
         return 1;
     const double bareMs = clock.nsecsElapsed() / 1e6;
-    const qint64 bareOpenMiB = residentMiB();
+    const qint64 bareOpenMiB = ProcessMemory::residentMiB();
     delete view;
 
     std::printf("%-40s %10s %10s\n", "video call, offscreen, loopback", "kit", "bare view");

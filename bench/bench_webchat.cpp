@@ -9,6 +9,7 @@
 #include "Config/ConstantUtils.h"
 #include "Config/ServiceHost.h"
 #include "LocalService.h"
+#include "ProcessMemory.h"
 #include "WebChat/ChatPage.h"
 #include "WebChat/ChatView.h"
 #include "WebChat/WebChat.h"
@@ -28,37 +29,6 @@ using namespace VistrelKit;
 
 namespace {
 constexpr int Rounds = 5;
-
-// Resident memory in KiB of a process and, recursively, of its children.
-qint64 residentKiB(const QString &pid)
-{
-    qint64 total = 0;
-    QFile status(u"/proc/%1/status"_s.arg(pid));
-    if (status.open(QIODevice::ReadOnly)) {
-        for (const QByteArray &line : status.readAll().split('\n')) {
-            if (line.startsWith("VmRSS:"))
-                total += line.mid(6).trimmed().split(' ').first().toLongLong();
-        }
-    }
-    for (const QString &task :
-         QDir(u"/proc/%1/task"_s.arg(pid)).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        QFile children(u"/proc/%1/task/%2/children"_s.arg(pid, task));
-        if (!children.open(QIODevice::ReadOnly))
-            continue;
-        for (const QByteArray &child : children.readAll().split(' ')) {
-            if (!child.trimmed().isEmpty())
-                total += residentKiB(QString::fromLatin1(child.trimmed()));
-        }
-    }
-    return total;
-}
-
-qint64 residentMiB()
-{
-    // Let freed memory and exited renderers settle first.
-    QTest::qWait(1500);
-    return residentKiB(QString::number(QCoreApplication::applicationPid())) / 1024;
-}
 
 struct Figures
 {
@@ -109,7 +79,7 @@ int main(int argc, char *argv[])
 
     // The kit: open, wait for the page, close.
     Figures kit;
-    kit.beforeMiB = residentMiB();
+    kit.beforeMiB = ProcessMemory::residentMiB();
     for (int round = 0; round < Rounds; ++round) {
         QElapsedTimer clock;
         clock.start();
@@ -125,12 +95,12 @@ int main(int argc, char *argv[])
         const double ms = clock.nsecsElapsed() / 1e6;
         (round == 0 ? kit.firstMs : kit.laterMs) += round == 0 ? ms : ms / (Rounds - 1);
         if (round == 0)
-            kit.openMiB = residentMiB();
+            kit.openMiB = ProcessMemory::residentMiB();
         view->remove();
         if (!QTest::qWaitFor([&] { return !WebChat::chatViewOf(&window); }, 5000))
             return 1;
     }
-    kit.closedMiB = residentMiB();
+    kit.closedMiB = ProcessMemory::residentMiB();
 
     // The baseline: a bare web view with the same page, in the same (now warm) process.
     Figures bare;
@@ -152,10 +122,10 @@ int main(int argc, char *argv[])
         const double ms = clock.nsecsElapsed() / 1e6;
         (round == 0 ? bare.firstMs : bare.laterMs) += round == 0 ? ms : ms / (Rounds - 1);
         if (round == 0)
-            bare.openMiB = residentMiB();
+            bare.openMiB = ProcessMemory::residentMiB();
         delete view;
     }
-    bare.closedMiB = residentMiB();
+    bare.closedMiB = ProcessMemory::residentMiB();
 
     std::printf("%-34s %10s %10s\n", "web chat, offscreen, loopback", "kit", "bare view");
     print("open to loaded, first (ms)", kit.firstMs, bare.firstMs, "(bare: engine already up)");

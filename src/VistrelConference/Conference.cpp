@@ -205,9 +205,7 @@ void Conference::conferenceTerminated()
     MainQueue::async([view] {
         if (!view)
             return;
-        view->hide();
-        view->setParent(nullptr);
-        view->deleteLater();
+        ViewUtils::removeFromWindow(view);
     });
     removePolls();
     Q_EMIT callEnded();

@@ -114,9 +114,7 @@ void CoBrowsing::stop()
         if (!view)
             return;
         // Out of the window's tree at once, so a start right after this finds no widget.
-        view->hide();
-        view->setParent(nullptr);
-        view->deleteLater();
+        ViewUtils::removeFromWindow(view);
     });
     m_vistrel->stop();
     m_isStarted = false;

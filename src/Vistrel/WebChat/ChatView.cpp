@@ -301,9 +301,7 @@ void ChatView::remove()
     m_removed = true;
     m_loadTimeout.stop();
     qApp->removeEventFilter(this);
-    hide();
-    setParent(nullptr);
-    deleteLater();
+    ViewUtils::removeFromWindow(this);
 }
 
 } // namespace VistrelKit

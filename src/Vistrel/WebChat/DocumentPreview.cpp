@@ -1,5 +1,7 @@
 #include "WebChat/DocumentPreview.h"
 
+#include "Widgets/ViewUtils.h"
+
 #include <QDesktopServices>
 #include <QEvent>
 #include <QFileInfo>
@@ -110,9 +112,7 @@ bool DocumentPreview::eventFilter(QObject *watched, QEvent *event)
 
 void DocumentPreview::close()
 {
-    hide();
-    setParent(nullptr);
-    deleteLater();
+    ViewUtils::removeFromWindow(this);
 }
 
 } // namespace VistrelKit

@@ -104,4 +104,11 @@ QList<QWidget *> ViewUtils::subviews(QWidget *view, const char *className)
     return found;
 }
 
+void ViewUtils::removeFromWindow(QWidget *view)
+{
+    view->hide();
+    view->setParent(nullptr);
+    view->deleteLater();
+}
+
 } // namespace VistrelKit

@@ -27,6 +27,9 @@ public:
     /// All descendants of view that inherit className, depth first, each child's matching
     /// descendants before the child itself.
     static QList<QWidget *> subviews(QWidget *view, const char *className);
+    /// Takes an overlay off its window at once (hidden, out of the window's tree, so a look for
+    /// it right after finds nothing) and deletes it later, once the events under way are done.
+    static void removeFromWindow(QWidget *view);
 
     static constexpr int RetryIntervalMs = 500;
 };
