@@ -23,8 +23,8 @@ if [ $# -eq 0 ]; then
         echo "The package exports private classes" >&2
         exit 1
     fi
-    nm -DC --defined-only build/plain/src/VistrelConference/libVistrelConference.so |
-        grep -q "VistrelKit::OrvaneConference::join"
+    conference=$(nm -DC --defined-only build/plain/src/VistrelConference/libVistrelConference.so)
+    grep -q "VistrelKit::OrvaneConference::join" <<<"$conference"
 
 fi
 presets=("${@:-dev asan}")
