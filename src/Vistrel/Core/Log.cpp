@@ -38,8 +38,32 @@ void Log::error(const QString &message, std::source_location where)
     log(u"ERROR"_s, message, where);
 }
 
-void Log::log(const QString &level, const QString &message, std::source_location where)
+QString Log::oneLine(const QString &message)
 {
+    const QStringView kept = QStringView(message).left(MaxMessageLength);
+    QString line;
+    line.reserve(kept.size());
+    for (const QChar c : kept) {
+        const char16_t code = c.unicode();
+        if (code == u'\n')
+            line += u"\\n"_s;
+        else if (code == u'\r')
+            line += u"\\r"_s;
+        else if (code == u'\t')
+            line += u"\\t"_s;
+        else if (code < 0x20 || code == 0x7f || code == 0x2028 || code == 0x2029)
+            line += u"\\x%1"_s.arg(int(code), 2, 16, QChar(u'0'));
+        else
+            line += c;
+    }
+    if (message.size() > MaxMessageLength)
+        line += u"… (%1 characters)"_s.arg(message.size());
+    return line;
+}
+
+void Log::log(const QString &level, const QString &rawMessage, std::source_location where)
+{
+    const QString message = oneLine(rawMessage);
     const QString line = formatLine(level, message, where.file_name());
     if (handler()) {
         handler()(level, sourceName(where.file_name()), message);

@@ -24,8 +24,13 @@ public:
                         std::source_location where = std::source_location::current());
     static void error(const QString &message,
                       std::source_location where = std::source_location::current());
-    static void log(const QString &level, const QString &message, std::source_location where);
+    static void log(const QString &level, const QString &rawMessage, std::source_location where);
 
+    /// Longer messages are cut, with their full size noted: text from the network can be long.
+    static constexpr qsizetype MaxMessageLength = 2000;
+    /// message as one line of at most MaxMessageLength characters: line breaks and other control
+    /// characters written as escapes, so text from the network cannot start a line of its own.
+    static QString oneLine(const QString &message);
     /// Formats a line without printing it.
     static QString formatLine(const QString &level, const QString &message, const char *file);
     /// "src/Vistrel/Api/HttpUtil.cpp" -> "HttpUtil".

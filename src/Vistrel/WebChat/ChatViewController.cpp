@@ -11,17 +11,6 @@ using namespace Qt::StringLiterals;
 
 namespace VistrelKit {
 
-namespace {
-// Page text in a log line: one line, and not more of it than a reader needs.
-QString forLog(const QString &text)
-{
-    constexpr qsizetype MaxLength = 2000;
-    QString line = text.left(MaxLength);
-    line.replace(u'\r', u"\\r"_s).replace(u'\n', u"\\n"_s);
-    return text.size() > MaxLength ? line + u"…"_s : line;
-}
-} // namespace
-
 const QStringList &ChatViewController::messageNames()
 {
     static const QStringList names{u"openDocument"_s, u"jsError"_s};
@@ -35,11 +24,11 @@ ChatViewController::ChatViewController(DocumentStore *documents, QObject *parent
 
 void ChatViewController::postMessage(const QString &name, const QString &body)
 {
-    Log::debug(u"did receive message "_s + forLog(name));
+    Log::debug(u"did receive message "_s + name);
     if (name == u"openDocument"_s)
         openDocument(body);
     else if (name == u"jsError"_s)
-        Log::warning(u"jsError: "_s + forLog(body));
+        Log::warning(u"jsError: "_s + body);
 }
 
 void ChatViewController::openDocument(const QString &body)
@@ -66,7 +55,7 @@ void ChatViewController::openDocument(const QString &body)
     }
     const Result<QString> written = m_documents->write(fileName, *decoded);
     if (!written.isOk()) {
-        Log::warning(u"Cannot save document: "_s + forLog(written.error().description()));
+        Log::warning(u"Cannot save document: "_s + written.error().description());
         return;
     }
     m_documentUrl = written.value();

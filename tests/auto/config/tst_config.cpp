@@ -172,6 +172,12 @@ void tst_Config::vendorId()
     QFile kept(file);
     QVERIFY(kept.open(QIODevice::ReadOnly));
     QCOMPARE(QUuid::fromString(kept.readAll().trimmed()), QUuid::fromString(output));
+    // Other local users can read neither the identifier nor its folder (also one left readable).
+    const auto others = QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ExeGroup |
+                        QFileDevice::ReadOther | QFileDevice::WriteOther | QFileDevice::ExeOther;
+    QCOMPARE(kept.permissions() & others, QFileDevice::Permissions());
+    QCOMPARE(QFile::permissions(QFileInfo(file).absolutePath()) & others,
+             QFileDevice::Permissions());
 }
 
 QTEST_GUILESS_MAIN(tst_Config)

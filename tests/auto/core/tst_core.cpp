@@ -40,6 +40,8 @@ class tst_Core : public QObject
     Q_OBJECT
 private Q_SLOTS:
     void sourceName();
+    void oneLine_data();
+    void oneLine();
     void container();
     void parseJson_data();
     void parseJson();
@@ -50,6 +52,32 @@ void tst_Core::sourceName()
     // Other platforms' paths, and names with more than one dot or none.
     QCOMPARE(Log::sourceName("C:\\kit\\Vistrel\\Foo.pb.cc"), u"Foo.pb"_s);
     QCOMPARE(Log::sourceName("dir/Makefile"), u"Makefile"_s);
+}
+
+void tst_Core::oneLine_data()
+{
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<QString>("line");
+    const QString prefix = u"[WARNING] tst_core: "_s;
+    // Text from the network cannot make a line of its own.
+    QTest::newRow("line breaks") << u"a\n[ERROR] Vistrel: forged\r\tb"_s
+                                 << prefix + u"a\\n[ERROR] Vistrel: forged\\r\\tb"_s;
+    QTest::newRow("other control characters")
+        << u"x\x01y\x7f\u2028z"_s << prefix + u"x\\x01y\\x7f\\x2028z"_s;
+    QTest::newRow("long") << QString(Log::MaxMessageLength + 500, u'x')
+                          << prefix + QString(Log::MaxMessageLength, u'x') +
+                                 u"… (2500 characters)"_s;
+}
+
+void tst_Core::oneLine()
+{
+    QFETCH(QString, message);
+    QFETCH(QString, line);
+    QString seen;
+    Log::setListener([&seen](const QString &text) { seen = text; });
+    Log::warning(message);
+    Log::setListener({});
+    QCOMPARE(seen, line);
 }
 
 void tst_Core::container()

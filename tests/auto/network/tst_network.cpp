@@ -354,6 +354,10 @@ private Q_SLOTS:
                  f.config->config().visitConfig.sessionId->toUtf8());
         QCOMPARE(f.send(u"a"_s), QString());
         QVERIFY(f.service.waitForReports(f.visitId(), 1));
+        // The log says where the socket goes, not its token.
+        const QStringList connect = f.log.matching(u"Connect to "_s);
+        QVERIFY(connect.size() == 1 && connect.first().contains(u"&t=***&id="_s));
+        QVERIFY(!connect.first().contains(u"token-1"_s));
         // Text frames that hold no command are logged and skipped; the socket lives on.
         f.service.queueRawCommand(f.visitId(), "[]"_ba);
         f.service.queueRawCommand(f.visitId(), "{oops"_ba);

@@ -9,11 +9,21 @@
 #include "Network/Bidirectional/BidirectionalMessageParser.h"
 
 #include <QPointer>
+#include <QRegularExpression>
 #include <QUrl>
 
 using namespace Qt::StringLiterals;
 
 namespace VistrelKit {
+
+namespace {
+// The URL with the value of its "t=" (token) parameter replaced by a fixed mask.
+QString maskedToken(const QString &url)
+{
+    static const QRegularExpression token(u"([?&]t=)[^&#]*"_s);
+    return QString(url).replace(token, u"\\1***"_s);
+}
+} // namespace
 
 WebSocketMessageSender::WebSocketMessageSender(ApplicationConfigWrapper *applicationConfig,
                                                InitSender *initSender, OrvaneAPI *orvaneAPI,
@@ -64,7 +74,8 @@ void WebSocketMessageSender::start(const QString &url, Callback onSuccess, Callb
         return;
     }
 
-    Log::debug(u"Connect to "_s + text);
+    // The URL carries the session token: the log shows where, not the secret.
+    Log::debug(u"Connect to "_s + maskedToken(text));
     m_request = QNetworkRequest(parsed);
     m_request.setTransferTimeout(HttpUtil::TimeoutMs);
     m_httpUtil->addSessionHeader(m_request);
