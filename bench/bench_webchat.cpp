@@ -6,8 +6,8 @@
 #include "Api/HttpUtil.h"
 #include "Api/OrvaneAPI.h"
 #include "Config/ApplicationConfigWrapper.h"
-#include "Config/ConstantUtils.h"
 #include "Config/ServiceHost.h"
+#include "KitConfigFile.h"
 #include "LocalService.h"
 #include "ProcessMemory.h"
 #include "WebChat/ChatPage.h"
@@ -17,7 +17,6 @@
 #include <QApplication>
 #include <QDir>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QWebEngineView>
@@ -57,14 +56,8 @@ int main(int argc, char *argv[])
         return 1;
     }
     QTemporaryDir dir;
-    QFile config(dir.filePath(u"Config.json"_s));
-    if (!config.open(QIODevice::WriteOnly))
+    if (!useKitConfigFile(dir, service.hostAndPort()))
         return 1;
-    config.write(u"{\"Hostname\":\"%1\",\"CdnHostname\":\"%1\",\"HttpProtocol\":\"http\"}"_s
-                     .arg(service.hostAndPort())
-                     .toUtf8());
-    config.close();
-    ConstantUtils::setConfigFile(config.fileName());
     ServiceHost host;
     host.setServer(service.hostAndPort());
     ApplicationConfigWrapper wrapper;

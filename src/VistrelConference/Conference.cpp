@@ -156,9 +156,8 @@ void Conference::start(ConferenceProperties properties)
                 Log::error(error->description());
                 return;
             }
-            const auto json = body ? JsonUtils::parse(*body) : std::nullopt;
-            const auto settings = json ? ConferenceCallSettingsDTO::fromJson(*json)
-                                       : Result<ConferenceCallSettingsDTO>(StringError({}));
+            const auto settings =
+                OrvaneAPI::decode<ConferenceCallSettingsDTO>(body, u"ConferenceCallSettingsDTO"_s);
             if (!settings.isOk()) {
                 Log::error(u"Could not receive conference settings"_s);
                 return;

@@ -3,9 +3,9 @@
 #include "ConferenceBridge.h"
 #include "Core/JsonUtils.h"
 #include "Core/Log.h"
+#include "WebChat/WebChannelScript.h"
 
 #include <QEvent>
-#include <QFile>
 #include <QVBoxLayout>
 #include <QWebChannel>
 #include <QWebEngineView>
@@ -15,11 +15,6 @@ using namespace Qt::StringLiterals;
 namespace VistrelKit {
 
 namespace {
-Json optionalText(const std::optional<QString> &text)
-{
-    return text ? JsonUtils::fromQString(*text) : Json();
-}
-
 // A JSON text that is safe inside an inline script: "</script>" cannot end it.
 QString scriptJson(const Json &value)
 {
@@ -61,9 +56,6 @@ ConferenceView::ConferenceView(QWidget *parent, const Options &options)
 
 QString ConferenceView::hostPage(const Options &options)
 {
-    QFile channelScript(u":/qtwebchannel/qwebchannel.js"_s);
-    if (!channelScript.open(QIODevice::ReadOnly))
-        qFatal("The web channel's script is missing from Qt's resources");
     Json meeting = Json::object();
     meeting["roomName"] = JsonUtils::fromQString(options.room);
     meeting["width"] = "100%";
@@ -72,9 +64,9 @@ QString ConferenceView::hostPage(const Options &options)
         meeting["jwt"] = JsonUtils::fromQString(*options.token);
     Json user = Json::object();
     if (options.displayName)
-        user["displayName"] = optionalText(options.displayName);
+        user["displayName"] = JsonUtils::fromQString(*options.displayName);
     if (options.email)
-        user["email"] = optionalText(options.email);
+        user["email"] = JsonUtils::fromQString(*options.email);
     meeting["userInfo"] = user;
     if (options.subject)
         meeting["configOverwrite"] = Json{{"subject", JsonUtils::fromQString(*options.subject)}};
@@ -107,8 +99,8 @@ new QWebChannel(qt.webChannelTransport, function (channel) {
     }
 });
 </script></body></html>
-)HTML"_s.arg(QString::fromUtf8(channelScript.readAll()).replace(u"</"_s, u"<\\/"_s),
-             scriptJson(meeting), scriptJson(JsonUtils::fromQString(domain)));
+)HTML"_s.arg(WebChannelScript::source().replace(u"</"_s, u"<\\/"_s), scriptJson(meeting),
+             scriptJson(JsonUtils::fromQString(domain)));
 }
 
 bool ConferenceView::grants(const QUrl &origin, QWebEnginePage::Feature feature,

@@ -48,26 +48,16 @@ QString OrvaneAPI::buildUrl(const QString &path, const std::optional<QueryItems>
 
 void OrvaneAPI::mobileInit(const MobileInitDTO &dto, Completion<MonitoringConfigDTO> completion)
 {
-    m_httpUtil->post(
-        buildUrl(u"api/in/im/c"_s), JsonUtils::dump(dto.toJson()),
-        [completion = std::move(completion)](const std::optional<QByteArray> &body,
-                                             const std::optional<HttpResponse> &,
-                                             const std::optional<NetworkError> &error) {
-            // A transport error is reported, and then the body is looked at all the same.
-            if (error)
-                completion(*error);
-            if (!body) {
-                completion(StringError(u"Data is nil"_s));
-                return;
-            }
-            QString parseError;
-            const auto json = JsonUtils::parse(*body, &parseError);
-            if (!json) {
-                completion(StringError(u"Cannot decode MonitoringConfigDTO: "_s + parseError));
-                return;
-            }
-            completion(MonitoringConfigDTO::fromJson(*json));
-        });
+    m_httpUtil->post(buildUrl(u"api/in/im/c"_s), JsonUtils::dump(dto.toJson()),
+                     [completion = std::move(completion)](
+                         const std::optional<QByteArray> &body, const std::optional<HttpResponse> &,
+                         const std::optional<NetworkError> &error) {
+                         // A transport error is reported, and then the body is looked at all the
+                         // same.
+                         if (error)
+                             completion(*error);
+                         completion(decode<MonitoringConfigDTO>(body, u"MonitoringConfigDTO"_s));
+                     });
 }
 
 void OrvaneAPI::strings(const QString &languageCode, Completion<Json> completion)
@@ -128,17 +118,7 @@ void OrvaneAPI::webChatConfiguration(const QString &chatId,
             completion(*error);
             return;
         }
-        if (!body) {
-            completion(StringError(u"Data is nil"_s));
-            return;
-        }
-        QString parseError;
-        const auto json = JsonUtils::parse(*body, &parseError);
-        if (!json) {
-            completion(StringError(u"Cannot decode WebChatConfigurationDTO: "_s + parseError));
-            return;
-        }
-        completion(WebChatConfigurationDTO::fromJson(*json));
+        completion(decode<WebChatConfigurationDTO>(body, u"WebChatConfigurationDTO"_s));
     });
 }
 

@@ -33,6 +33,21 @@ public:
 
     OrvaneAPI(HttpUtil *httpUtil, ServiceHost *serviceHost, QObject *parent = nullptr);
 
+    /// A reply body as the record T: "Data is nil" without one, "Cannot decode <typeName>: …"
+    /// when it is no JSON, else what T::fromJson makes of it.
+    template<class T>
+    static Result<T> decode(const std::optional<QByteArray> &body, const QString &typeName)
+    {
+        if (!body)
+            return StringError(QStringLiteral("Data is nil"));
+        QString parseError;
+        const auto json = JsonUtils::parse(*body, &parseError);
+        if (!json)
+            return StringError(QStringLiteral("Cannot decode ") + typeName + QStringLiteral(": ") +
+                               parseError);
+        return T::fromJson(*json);
+    }
+
     HttpUtil *httpUtil() const { return m_httpUtil; }
 
     /// scheme "://" server "/" path, with the query items appended (percent-encoded). The scheme

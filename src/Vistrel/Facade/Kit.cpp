@@ -9,7 +9,6 @@
 #include "Communication/Communication.h"
 #include "Config/ApplicationConfigWrapper.h"
 #include "Config/ServiceHost.h"
-#include "Core/Log.h"
 #include "Monitoring/ViewMonitor.h"
 #include "Network/Bidirectional/BidirectionalMessageParser.h"
 #include "Network/MessageSenderManager.h"
@@ -21,14 +20,11 @@
 #include "Session/Vistrel.h"
 #include "User/User.h"
 #include "WebChat/WebChat.h"
-#include "Widgets/ViewUtils.h"
 
 #include <Vistrel/Orvane.h>
 #include <Vistrel/OrvaneCoBrowsing.h>
 #include <Vistrel/OrvaneVistrel.h>
 #include <Vistrel/OrvaneWebChat.h>
-
-#include <QPointer>
 
 using namespace Qt::StringLiterals;
 
@@ -128,15 +124,8 @@ void Kit::registerKit(Injection &container)
                 // The widget's chat button opens the tenant's chat over the topmost window.
                 QObject::connect(coBrowsing, &CoBrowsing::chatRequested, coBrowsing,
                                  [&c](const QString &tenantId) {
-                                     auto *webChat = c.resolveOrLog<WebChat>();
-                                     if (!webChat)
-                                         return;
-                                     QPointer<WebChat> guard(webChat);
-                                     ViewUtils::withTopViewController(
-                                         [guard, tenantId](QWidget *controller) {
-                                             if (guard)
-                                                 guard->open(controller, tenantId);
-                                         });
+                                     if (auto *webChat = c.resolveOrLog<WebChat>())
+                                         webChat->openOnTopWindow(tenantId);
                                  });
                 OrvaneCoBrowsing *facade = Orvane::coBrowsing();
                 QObject::connect(coBrowsing, &CoBrowsing::started, facade,

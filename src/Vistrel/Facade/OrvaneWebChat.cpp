@@ -1,12 +1,8 @@
 #include <Vistrel/OrvaneWebChat.h>
 
-#include "Core/Log.h"
 #include "Facade/Kit.h"
 #include "WebChat/ChatView.h"
 #include "WebChat/WebChat.h"
-#include "Widgets/ViewUtils.h"
-
-#include <QPointer>
 
 using namespace Qt::StringLiterals;
 
@@ -14,14 +10,8 @@ namespace VistrelKit {
 
 void OrvaneWebChat::open(const QString &chatId)
 {
-    auto *webChat = Kit::container().resolveOrLog<WebChat>();
-    if (!webChat)
-        return;
-    QPointer<WebChat> guard(webChat);
-    ViewUtils::withTopViewController([guard, chatId](QWidget *controller) {
-        if (guard)
-            guard->open(controller, chatId);
-    });
+    if (auto *webChat = Kit::container().resolveOrLog<WebChat>())
+        webChat->openOnTopWindow(chatId);
 }
 
 bool OrvaneWebChat::isOpen() const

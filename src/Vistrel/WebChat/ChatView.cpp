@@ -4,11 +4,11 @@
 #include "Core/Log.h"
 #include "WebChat/ChatPage.h"
 #include "WebChat/ChatViewController.h"
+#include "WebChat/WebChannelScript.h"
 #include "Widgets/ViewUtils.h"
 
 #include <QApplication>
 #include <QDateTime>
-#include <QFile>
 #include <QMessageBox>
 #include <QMouseEvent>
 #include <QPushButton>
@@ -34,13 +34,10 @@ constexpr auto BridgeObject = "vistrelScriptMessages";
 // kept and delivered in order once it is.
 QString shimSource()
 {
-    QFile channelScript(u":/qtwebchannel/qwebchannel.js"_s);
-    if (!channelScript.open(QIODevice::ReadOnly))
-        qFatal("The web channel's script is missing from Qt's resources");
     QString names;
     for (const QString &name : ChatViewController::messageNames())
         names += (names.isEmpty() ? u"'"_s : u", '"_s) + name + u'\'';
-    return QString::fromUtf8(channelScript.readAll()) + uR"JS(
+    return WebChannelScript::source() + uR"JS(
 (function () {
     'use strict';
     var queue = [];
@@ -77,7 +74,6 @@ ChatView::ChatView(QWidget *parent, const std::optional<WebChatConfigurationDTO>
     , m_tenantId(tenantId)
     , m_visitorId(visitorId)
     , m_serviceHost(serviceHost)
-    , m_documents(documents)
     , m_controller(new ChatViewController(documents, this))
 {
     m_loadTimeout.setSingleShot(true);

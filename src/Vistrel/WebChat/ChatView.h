@@ -79,7 +79,6 @@ private:
     std::optional<QString> m_tenantId;
     std::optional<QString> m_visitorId;
     ServiceHost *m_serviceHost;
-    DocumentStore *m_documents;
     QString m_url;
     QWebEngineView *m_webView = nullptr;
     ChatPage *m_page = nullptr;

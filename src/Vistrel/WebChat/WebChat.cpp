@@ -5,6 +5,7 @@
 #include "Core/Log.h"
 #include "Core/MainQueue.h"
 #include "WebChat/ChatView.h"
+#include "Widgets/ViewUtils.h"
 
 #include <QWidget>
 
@@ -51,6 +52,15 @@ void WebChat::open(QWidget *controller, const QString &chatId)
                     self->show(parent, config);
             });
         });
+}
+
+void WebChat::openOnTopWindow(const QString &chatId)
+{
+    QPointer<WebChat> self(this);
+    ViewUtils::withTopViewController([self, chatId](QWidget *controller) {
+        if (self)
+            self->open(controller, chatId);
+    });
 }
 
 void WebChat::show(QWidget *parent, const WebChatConfigurationDTO &config)

@@ -32,6 +32,8 @@ public:
     /// Fetches the configuration of chatId and shows the chat over controller; nothing when a
     /// chat is already there or on its way.
     void open(QWidget *controller, const QString &chatId);
+    /// open() over the topmost window, once one is shown.
+    void openOnTopWindow(const QString &chatId);
     /// The chat view over controller, if any.
     static ChatView *chatViewOf(QWidget *controller);
 
