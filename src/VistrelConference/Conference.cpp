@@ -23,11 +23,6 @@ QString nowMillis()
 {
     return QString::number(QDateTime::currentMSecsSinceEpoch());
 }
-
-QString segment(const QString &text)
-{
-    return QString::fromUtf8(QUrl::toPercentEncoding(text));
-}
 } // namespace
 
 Conference::Conference(OrvaneAPI *orvaneAPI, ApplicationConfigWrapper *applicationConfig,
@@ -61,9 +56,9 @@ void Conference::join(const ConferenceProperties &properties)
         Log::error(u"Missing customerId"_s);
         return;
     }
-    // Tenant and customer come from the host: encoded, they stay one path segment each.
-    const QString url = m_orvaneAPI->buildUrl(u"cr/join/"_s + segment(*config.tenantId) + u'/' +
-                                              segment(*properties.customerId));
+    const QString url =
+        m_orvaneAPI->buildUrl(u"cr/join/"_s + OrvaneAPI::pathSegment(*config.tenantId) + u'/' +
+                              OrvaneAPI::pathSegment(*properties.customerId));
     m_orvaneAPI->httpUtil()->post(url, JsonUtils::dump(m_newCustomerDTO.toJson()),
                                   [](const std::optional<QByteArray> &,
                                      const std::optional<HttpResponse> &,
@@ -142,8 +137,9 @@ void Conference::start(ConferenceProperties properties)
         Log::error(u"Missing customerId"_s);
         return;
     }
-    const QString url = m_orvaneAPI->buildUrl(u"cr/init/"_s + segment(*tenantId) + u'/' +
-                                              segment(*properties.customerId));
+    const QString url =
+        m_orvaneAPI->buildUrl(u"cr/init/"_s + OrvaneAPI::pathSegment(*tenantId) + u'/' +
+                              OrvaneAPI::pathSegment(*properties.customerId));
     QPointer<Conference> self(this);
     m_orvaneAPI->httpUtil()->post(
         url, JsonUtils::dump(m_newCustomerDTO.toJson()),

@@ -21,6 +21,11 @@ OrvaneAPI::OrvaneAPI(HttpUtil *httpUtil, ServiceHost *serviceHost, QObject *pare
     , m_serviceHost(serviceHost)
 {}
 
+QString OrvaneAPI::pathSegment(const QString &text)
+{
+    return QString::fromUtf8(QUrl::toPercentEncoding(text));
+}
+
 QString OrvaneAPI::buildUrl(const QString &path, const std::optional<QueryItems> &query) const
 {
     const QString scheme = ConstantUtils::getProperty(u"HttpProtocol"_s).value_or(QString());
@@ -108,18 +113,17 @@ void OrvaneAPI::closeXhr(const QString &id, const QString &sessionId, const QStr
 void OrvaneAPI::webChatConfiguration(const QString &chatId,
                                      Completion<WebChatConfigurationDTO> completion)
 {
-    // The id comes from the host: encoded, a space or a slash in it cannot break the URL.
-    const QString path = u"api/in/wc/c/"_s + QString::fromUtf8(QUrl::toPercentEncoding(chatId));
-    m_httpUtil->get(buildUrl(path), [completion = std::move(completion)](
-                                        const std::optional<QByteArray> &body,
-                                        const std::optional<HttpResponse> &,
-                                        const std::optional<NetworkError> &error) {
-        if (error) {
-            completion(*error);
-            return;
-        }
-        completion(decode<WebChatConfigurationDTO>(body, u"WebChatConfigurationDTO"_s));
-    });
+    m_httpUtil->get(buildUrl(u"api/in/wc/c/"_s + pathSegment(chatId)),
+                    [completion = std::move(completion)](const std::optional<QByteArray> &body,
+                                                         const std::optional<HttpResponse> &,
+                                                         const std::optional<NetworkError> &error) {
+                        if (error) {
+                            completion(*error);
+                            return;
+                        }
+                        completion(
+                            decode<WebChatConfigurationDTO>(body, u"WebChatConfigurationDTO"_s));
+                    });
 }
 
 void OrvaneAPI::tagUser(const QString &visitorId, const QString &tenantId, const ActiveUser &user,

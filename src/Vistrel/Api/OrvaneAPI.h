@@ -52,6 +52,9 @@ public:
 
     /// scheme "://" server "/" path, with the query items appended (percent-encoded). The scheme
     /// comes from the config file's "HttpProtocol", the server from OrvaneConfiguration.
+    /// text percent-encoded as one path segment: an id from the host, whatever it holds, cannot
+    /// make a URL that does not parse.
+    static QString pathSegment(const QString &text);
     QString buildUrl(const QString &path,
                      const std::optional<QueryItems> &query = std::nullopt) const;
 
