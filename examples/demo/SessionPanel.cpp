@@ -100,6 +100,15 @@ SessionPanel::SessionPanel(QWidget *parent)
     connect(session, &OrvaneVistrel::shareIdChanged, this, &SessionPanel::refresh);
     connect(session, &OrvaneVistrel::started, this, &SessionPanel::refresh);
     connect(session, &OrvaneVistrel::stopped, this, &SessionPanel::refresh);
+    connect(session, &OrvaneVistrel::connectionLost, this, [this] {
+        m_connectionLost = true;
+        refresh();
+    });
+    connect(session, &OrvaneVistrel::connectionRestored, this, [this] {
+        m_connectionLost = false;
+        refresh();
+    });
+    connect(session, &OrvaneVistrel::stopped, this, [this] { m_connectionLost = false; });
     connect(session, &OrvaneVistrel::startFailed, this, [this](const QString &error) {
         m_state->setText(u"○ Start failed: "_s + error);
         m_state->setStyleSheet(u"color: #b42318;"_s);
@@ -145,9 +154,14 @@ void SessionPanel::refresh()
     const bool coBrowsing = Orvane::coBrowsing()->isShown();
     const QString shareId = Orvane::vistrel()->shareId();
 
-    m_state->setText(connected ? (coBrowsing ? u"● Co-browsing"_s : u"● Connected"_s)
-                               : u"○ Not connected"_s);
-    m_state->setStyleSheet(connected ? u"color: #1a7f37; font-weight: bold;"_s : QString());
+    if (connected && m_connectionLost) {
+        m_state->setText(u"◌ Service unreachable, retrying…"_s);
+        m_state->setStyleSheet(u"color: #b54708; font-weight: bold;"_s);
+    } else {
+        m_state->setText(connected ? (coBrowsing ? u"● Co-browsing"_s : u"● Connected"_s)
+                                   : u"○ Not connected"_s);
+        m_state->setStyleSheet(connected ? u"color: #1a7f37; font-weight: bold;"_s : QString());
+    }
     m_shareId->setText(u"Share id: "_s + (shareId.isEmpty() ? u"–"_s : shareId));
     // Stopping stays possible at any time: a session can run without recording yet (the
     // service decides), and stopping an idle one only logs a warning.

@@ -36,6 +36,7 @@ private:
     QPushButton *m_chat;
     QPushButton *m_videoCall;
     QLabel *m_callState;
+    bool m_connectionLost = false;
     /// Between the user's join and the call's start: position 0 then opens the call, once.
     bool m_waitingForCall = false;
 };

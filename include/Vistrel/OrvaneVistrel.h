@@ -52,6 +52,11 @@ Q_SIGNALS:
     void connectedChanged(bool connected);
     /// A start drew a new share id.
     void shareIdChanged(const QString &shareId);
+    /// The service stopped answering. The session stays up: it retries (after 1 s, then up to
+    /// every 30 s) and holds what it records, within a size bound, until the service is back.
+    void connectionLost();
+    /// The service answers again; streaming resumed with the current screen.
+    void connectionRestored();
 
 private:
     friend class Orvane;

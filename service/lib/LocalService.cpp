@@ -19,6 +19,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <memory>
 
 using namespace Qt::StringLiterals;
 
@@ -324,6 +325,10 @@ bool LocalService::handleRequest(const QHttpServerRequest &request, QTcpSocket *
     recorded.status = reply.status;
     record(recorded);
 
+    if (canned != m_canned.constEnd() && canned->delivery != CannedReply::Delivery::Whole) {
+        writeMisbehaving(*canned, socket);
+        return true;
+    }
     QHttpServerResponder responder = makeResponder(request, socket);
     const auto status = static_cast<QHttpServerResponder::StatusCode>(reply.status);
     if (reply.headers.isEmpty()) {
@@ -340,6 +345,29 @@ bool LocalService::handleRequest(const QHttpServerRequest &request, QTcpSocket *
         responder.writeHeader(name, value);
     responder.writeBody(reply.body);
     return true;
+}
+
+void LocalService::writeMisbehaving(const CannedReply &reply, QTcpSocket *socket)
+{
+    // Written by hand: the responder only writes whole replies.
+    socket->write("HTTP/1.1 " + QByteArray::number(reply.status) +
+                  " OK\r\nContent-Type: " + reply.contentType +
+                  "\r\nContent-Length: " + QByteArray::number(reply.body.size()) + "\r\n\r\n");
+    if (reply.delivery == CannedReply::Delivery::CutShort) {
+        socket->write(reply.body.left(reply.body.size() / 2));
+        socket->disconnectFromHost();
+        return;
+    }
+    auto *timer = new QTimer(socket);
+    auto sent = std::make_shared<qsizetype>(0);
+    QObject::connect(timer, &QTimer::timeout, socket, [socket, timer, sent, body = reply.body] {
+        if (*sent >= body.size()) {
+            timer->stop();
+            return;
+        }
+        socket->write(body.mid((*sent)++, 1));
+    });
+    timer->start(reply.trickleIntervalMs);
 }
 
 void LocalService::missingHandler(const QHttpServerRequest &request, QTcpSocket *socket)

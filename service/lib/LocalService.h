@@ -181,6 +181,7 @@ Q_SIGNALS:
 protected:
     bool handleRequest(const QHttpServerRequest &request, QTcpSocket *socket) override;
     void missingHandler(const QHttpServerRequest &request, QTcpSocket *socket) override;
+    static void writeMisbehaving(const CannedReply &reply, QTcpSocket *socket);
 
 private:
     HttpReply route(const RecordedRequest &request);

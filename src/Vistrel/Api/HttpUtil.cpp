@@ -4,6 +4,7 @@
 #include "Core/Log.h"
 
 #include <QNetworkReply>
+#include <QTimer>
 #include <QUrl>
 
 #include <memory>
@@ -18,9 +19,7 @@ HttpUtil::HttpUtil(ApplicationConfigWrapper *applicationConfig, QObject *parent)
     , m_cookieHeaderName(u"Cookie"_s)
     , m_ssidHeaderName(u"X-OV-SSID"_s)
     , m_applicationConfig(applicationConfig)
-{
-    m_manager.setTransferTimeout(TimeoutMs);
-}
+{}
 
 QNetworkRequest HttpUtil::buildRequest(const QString &url) const
 {
@@ -28,7 +27,7 @@ QNetworkRequest HttpUtil::buildRequest(const QString &url) const
     if (!parsed.isValid() || parsed.scheme().isEmpty())
         qFatal("Cannot build a request for the URL \"%s\"", qPrintable(url));
     QNetworkRequest request(parsed);
-    request.setTransferTimeout(TimeoutMs);
+    request.setTransferTimeout(m_timeoutMs);
     addSessionHeader(request);
     return request;
 }
@@ -63,26 +62,57 @@ void HttpUtil::deleteResource(const QString &url, Completion completion)
     send(m_manager.deleteResource(buildRequest(url)), std::move(completion));
 }
 
+bool HttpUtil::isCutShort(const QList<QPair<QByteArray, QByteArray>> &headers, qsizetype bodySize)
+{
+    std::optional<qint64> announced;
+    for (const auto &[name, value] : headers) {
+        if (name.compare("Content-Encoding", Qt::CaseInsensitive) == 0 &&
+            value.trimmed().compare("identity", Qt::CaseInsensitive) != 0)
+            return false;
+        if (name.compare("Content-Length", Qt::CaseInsensitive) == 0) {
+            bool ok = false;
+            const qint64 length = value.trimmed().toLongLong(&ok);
+            if (ok)
+                announced = length;
+        }
+    }
+    return announced && bodySize < *announced;
+}
+
 void HttpUtil::send(QNetworkReply *reply, Completion completion)
 {
-    // The transfer time-out only fires when data stops coming, so the size needs its own limit.
-    auto tooLarge = std::make_shared<bool>(false);
+    // The transfer time-out only fires when data stops coming: a reply that trickles needs a
+    // total deadline, and a huge or endless one a size limit.
+    enum class Abort { None, TooLarge, TooSlow };
+    auto aborted = std::make_shared<Abort>(Abort::None);
     connect(reply, &QNetworkReply::downloadProgress, this,
-            [reply, tooLarge](qint64 bytesReceived, qint64 bytesTotal) {
-                if (*tooLarge || qMax(bytesReceived, bytesTotal) <= MaxReplyBytes)
+            [reply, aborted](qint64 bytesReceived, qint64 bytesTotal) {
+                if (*aborted != Abort::None || qMax(bytesReceived, bytesTotal) <= MaxReplyBytes)
                     return;
-                *tooLarge = true;
+                *aborted = Abort::TooLarge;
                 reply->abort();
             });
+    QTimer::singleShot(m_timeoutMs, reply, [reply, aborted] {
+        if (*aborted != Abort::None || reply->isFinished())
+            return;
+        *aborted = Abort::TooSlow;
+        reply->abort();
+    });
     connect(reply, &QNetworkReply::finished, this,
-            [reply, tooLarge, completion = std::move(completion)] {
+            [this, reply, aborted, completion = std::move(completion)] {
                 reply->deleteLater();
                 // The whole body may have arrived before the abort took effect: it is dropped
                 // all the same.
-                if (*tooLarge) {
+                if (*aborted == Abort::TooLarge) {
                     completion(std::nullopt, std::nullopt,
                                NetworkError(QNetworkReply::OperationCanceledError,
                                             u"Reply larger than %1 bytes"_s.arg(MaxReplyBytes)));
+                    return;
+                }
+                if (*aborted == Abort::TooSlow) {
+                    completion(std::nullopt, std::nullopt,
+                               NetworkError(QNetworkReply::TimeoutError,
+                                            u"No whole reply within %1 ms"_s.arg(m_timeoutMs)));
                     return;
                 }
                 // Qt reports HTTP error statuses as content (2xx) or server (4xx) errors, 400
@@ -103,6 +133,12 @@ void HttpUtil::send(QNetworkReply *reply, Completion completion)
                 response.statusCode = status.toInt();
                 response.headers = reply->rawHeaderPairs();
                 const QByteArray body = reply->readAll();
+                if (isCutShort(response.headers, body.size())) {
+                    completion(std::nullopt, std::nullopt,
+                               NetworkError(QNetworkReply::RemoteHostClosedError,
+                                            u"Reply cut short after %1 bytes"_s.arg(body.size())));
+                    return;
+                }
                 // An empty body counts as no body: callers tell "nothing came" from "something
                 // bad came".
                 completion(body.isEmpty() ? std::nullopt : std::optional<QByteArray>(body),

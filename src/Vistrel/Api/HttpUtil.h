@@ -28,6 +28,7 @@ public:
                                           const std::optional<HttpResponse> &response,
                                           const std::optional<NetworkError> &error)>;
 
+    /// Every request ends within this time from its start, however slowly its reply trickles.
     static constexpr int TimeoutMs = 60000;
     /// Replies above this (the service's own request limit) are aborted as transport errors,
     /// so a huge or endless body cannot exhaust memory.
@@ -46,6 +47,15 @@ public:
     void get(const QString &url, Completion completion);
     void deleteResource(const QString &url, Completion completion);
 
+    /// The total time a request may take (TimeoutMs unless a test shortens it).
+    int timeoutMs() const { return m_timeoutMs; }
+    void setTimeoutMs(int timeoutMs) { m_timeoutMs = timeoutMs; }
+
+    /// Whether a reply that says it succeeded brought less than its Content-Length announced:
+    /// Qt may report a connection closed mid-body as a success. Encoded bodies are checked by
+    /// their decoder, not here.
+    static bool isCutShort(const QList<QPair<QByteArray, QByteArray>> &headers, qsizetype bodySize);
+
     QString ssidHeaderName() const { return m_ssidHeaderName; }
     QString cookieHeaderName() const { return m_cookieHeaderName; }
     QString setCookieHeaderName() const { return m_setCookieHeaderName; }
@@ -60,6 +70,7 @@ private:
     const QString m_cookieHeaderName;
     const QString m_ssidHeaderName;
     ApplicationConfigWrapper *m_applicationConfig;
+    int m_timeoutMs = TimeoutMs;
     QNetworkAccessManager m_manager;
 };
 

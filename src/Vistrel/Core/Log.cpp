@@ -1,9 +1,12 @@
 #include "Core/Log.h"
 
 #include <QByteArray>
+#include <QCoreApplication>
+#include <QThread>
 
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -20,6 +23,51 @@ Log::Handler &handler()
 {
     static Log::Handler instance;
     return instance;
+}
+
+// A line repeated within one turn of the event loop (one reply's worth) is printed once, then
+// summarised with its count when another line comes or the turn ends.
+struct Burst
+{
+    QString level;
+    QString source;
+    QString line;
+    qint64 repeats = 0;
+    bool endQueued = false;
+};
+
+Burst &burst()
+{
+    static Burst instance;
+    return instance;
+}
+
+void write(const QString &level, const QString &source, const QString &message, const QString &line)
+{
+    if (handler()) {
+        handler()(level, source, message);
+    } else {
+        const QByteArray bytes = line.toUtf8();
+        std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout);
+        std::fputc('\n', stdout);
+        std::fflush(stdout);
+    }
+    if (listener())
+        listener()(line);
+}
+
+void endBurst()
+{
+    Burst &current = burst();
+    if (current.repeats > 0) {
+        const QString message =
+            current.repeats == 1
+                ? u"(the line above repeated once more)"_s
+                : u"(the line above repeated %1 more times)"_s.arg(current.repeats);
+        write(current.level, current.source, message,
+              u'[' + current.level + u"] "_s + current.source + u": "_s + message);
+    }
+    current.repeats = 0;
 }
 } // namespace
 
@@ -64,17 +112,34 @@ QString Log::oneLine(const QString &message)
 void Log::log(const QString &level, const QString &rawMessage, std::source_location where)
 {
     const QString message = oneLine(rawMessage);
+    const QString source = sourceName(where.file_name());
     const QString line = formatLine(level, message, where.file_name());
-    if (handler()) {
-        handler()(level, sourceName(where.file_name()), message);
-    } else {
-        const QByteArray bytes = line.toUtf8();
-        std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout);
-        std::fputc('\n', stdout);
-        std::fflush(stdout);
+    const QCoreApplication *application = QCoreApplication::instance();
+    // Turns are only known on the thread of the event loop.
+    if (!application || QThread::currentThread() != application->thread()) {
+        write(level, source, message, line);
+        return;
     }
-    if (listener())
-        listener()(line);
+    Burst &current = burst();
+    if (line == current.line) {
+        ++current.repeats;
+        return;
+    }
+    endBurst();
+    write(level, source, message, line);
+    current.level = level;
+    current.source = source;
+    current.line = line;
+    if (!std::exchange(current.endQueued, true)) {
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(),
+            [] {
+                endBurst();
+                burst().line.clear();
+                burst().endQueued = false;
+            },
+            Qt::QueuedConnection);
+    }
 }
 
 QString Log::formatLine(const QString &level, const QString &message, const char *file)

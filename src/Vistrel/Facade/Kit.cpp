@@ -81,6 +81,10 @@ void Kit::registerKit(Injection &container)
                              &OrvaneVistrel::connectedChanged);
             QObject::connect(vistrel, &Vistrel::shareIdChanged, facade,
                              &OrvaneVistrel::shareIdChanged);
+            QObject::connect(vistrel, &Vistrel::connectionLost, facade,
+                             &OrvaneVistrel::connectionLost);
+            QObject::connect(vistrel, &Vistrel::connectionRestored, facade,
+                             &OrvaneVistrel::connectionRestored);
         }));
     container.registerSingleton<InitSender>(
         Injection::from<InitSender, ApplicationConfigWrapper, OrvaneAPI>());

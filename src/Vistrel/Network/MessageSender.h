@@ -66,7 +66,7 @@ protected:
 private:
     void dispatch(ProtoMessage report, ErrorCompletion completion);
 
-    // A per-visit size budget the service may ask for; no sending path consults it yet.
+    // The most the HTTP transport holds while its channel is down.
     const qint64 m_visitSizeThreshold = 7 * 1024 * 1024;
     qint64 m_byteCount = 0;
 };

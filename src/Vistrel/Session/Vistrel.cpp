@@ -31,7 +31,11 @@ Vistrel::Vistrel(InitSender *initSender, MessageSenderManager *messageSenderMana
     , m_applicationConfig(applicationConfig)
     , m_pingSender(pingSender)
     , m_healthCheck(healthCheck)
-{}
+{
+    XhrMessageSender *sender = m_messageSenderManager->xhrSender();
+    connect(sender, &XhrMessageSender::connectionLost, this, &Vistrel::connectionLost);
+    connect(sender, &XhrMessageSender::connectionRestored, this, &Vistrel::connectionRestored);
+}
 
 void Vistrel::start(ErrorCompletion completion)
 {

@@ -89,6 +89,10 @@ Q_SIGNALS:
     void shareIdChanged(const QString &shareId);
     /// An init reply said whether the service offers chat.
     void chatAvailabilityChanged(bool available);
+    /// The service stopped answering; the session retries and holds what it records.
+    void connectionLost();
+    /// The service answers again after connectionLost().
+    void connectionRestored();
 
 private:
     enum class Origin { Host, CoBrowsing };

@@ -97,9 +97,13 @@ private Q_SLOTS:
         m_service.clearCannedReplies();
         m_service.clearRequests();
         m_wrapper.config() = ApplicationConfig();
+        // Long enough for the largest reply under the sanitizers, short enough for a test.
+        m_http.setTimeoutMs(5000);
     }
     void request_data();
     void request();
+    void cutShort_data();
+    void cutShort();
     void buildUrl_data();
     void buildUrl();
     void mobileInit_data();
@@ -144,6 +148,42 @@ void tst_Api::request_data()
         << int(QNetworkReply::OperationCanceledError);
     QTest::newRow("connection dropped") << u"POST"_s << false << CannedReply::dropped()
                                         << int(QNetworkReply::RemoteHostClosedError);
+    // Closed cleanly half-way through the announced body: never handed on as a reply.
+    QTest::newRow("body cut short")
+        << u"GET"_s << true
+        << CannedReply::delivered(CannedReply::Delivery::CutShort, QByteArray(4000, 'x'))
+        << int(QNetworkReply::RemoteHostClosedError);
+    // Never silent for long, so only a deadline from the start ends it.
+    QTest::newRow("reply trickles")
+        << u"POST"_s << false
+        << CannedReply::delivered(CannedReply::Delivery::Trickle, QByteArray(100, 'x'))
+        << int(QNetworkReply::TimeoutError);
+}
+
+void tst_Api::cutShort_data()
+{
+    QTest::addColumn<QByteArray>("headers"); // name:value pairs, one per line
+    QTest::addColumn<qsizetype>("bodySize");
+    QTest::addColumn<bool>("cutShort");
+    QTest::newRow("whole") << "Content-Length: 10"_ba << qsizetype(10) << false;
+    QTest::newRow("short") << "content-length: 10"_ba << qsizetype(9) << true;
+    QTest::newRow("no length") << "Content-Type: text/plain"_ba << qsizetype(0) << false;
+    // Qt hands over the decoded body, whose size has nothing to do with the announced one.
+    QTest::newRow("gzip") << "Content-Length: 10\nContent-Encoding: gzip"_ba << qsizetype(5)
+                          << false;
+}
+
+void tst_Api::cutShort()
+{
+    QFETCH(QByteArray, headers);
+    QFETCH(qsizetype, bodySize);
+    QFETCH(bool, cutShort);
+    QList<QPair<QByteArray, QByteArray>> pairs;
+    for (const QByteArray &line : headers.split('\n')) {
+        const qsizetype colon = line.indexOf(':');
+        pairs.append({line.left(colon), line.mid(colon + 1)});
+    }
+    QCOMPARE(HttpUtil::isCutShort(pairs, bodySize), cutShort);
 }
 
 void tst_Api::request()

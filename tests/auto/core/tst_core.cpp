@@ -42,6 +42,7 @@ private Q_SLOTS:
     void sourceName();
     void oneLine_data();
     void oneLine();
+    void bursts();
     void container();
     void parseJson_data();
     void parseJson();
@@ -78,6 +79,27 @@ void tst_Core::oneLine()
     Log::warning(message);
     Log::setListener({});
     QCOMPARE(seen, line);
+}
+
+void tst_Core::bursts()
+{
+    QStringList seen;
+    Log::setListener([&seen](const QString &text) { seen.append(text); });
+    QCoreApplication::processEvents(); // a fresh turn
+    for (int i = 0; i < 5; ++i)
+        Log::warning(u"dropped"_s);
+    Log::warning(u"other"_s);
+    Log::warning(u"other"_s);
+    QCoreApplication::processEvents();
+    // The next turn starts afresh.
+    Log::warning(u"other"_s);
+    QCoreApplication::processEvents();
+    Log::setListener({});
+    const QString prefix = u"[WARNING] tst_core: "_s;
+    QCOMPARE(seen,
+             (QStringList{prefix + u"dropped"_s,
+                          prefix + u"(the line above repeated 4 more times)"_s, prefix + u"other"_s,
+                          prefix + u"(the line above repeated once more)"_s, prefix + u"other"_s}));
 }
 
 void tst_Core::container()

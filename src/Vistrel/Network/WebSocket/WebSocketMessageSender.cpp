@@ -86,6 +86,9 @@ void WebSocketMessageSender::start(const QString &url, Callback onSuccess, Callb
         m_socket.release()->deleteLater();
     }
     m_socket = std::make_unique<QWebSocket>();
+    // Bounded like an HTTP reply: Qt closes the connection (1009) on anything larger.
+    m_socket->setMaxAllowedIncomingMessageSize(quint64(HttpUtil::MaxReplyBytes));
+    m_socket->setMaxAllowedIncomingFrameSize(quint64(HttpUtil::MaxReplyBytes));
     connect(m_socket.get(), &QWebSocket::connected, this, &WebSocketMessageSender::onConnected);
     connect(m_socket.get(), &QWebSocket::disconnected, this,
             &WebSocketMessageSender::onDisconnected);
@@ -156,6 +159,10 @@ void WebSocketMessageSender::onDisconnected()
         hasError = true;
         if (m_timedOut || m_socket->error() != QAbstractSocket::UnknownSocketError) {
             Log::warning(u"Connection closed with unknown error"_s);
+        } else if (m_socket->closeCode() == QWebSocketProtocol::CloseCodeTooMuchData) {
+            Log::warning(
+                u"Connection closed: a message from the service was larger than %1 bytes"_s.arg(
+                    HttpUtil::MaxReplyBytes));
         } else if (m_socket->closeCode() == QWebSocketProtocol::CloseCodeNormal) {
             Log::debug(u"Connection closed"_s);
         } else {

@@ -9,9 +9,25 @@
 
 #include <QPointer>
 
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 namespace VistrelKit {
+
+namespace {
+bool isScreenshot(const ProtoMessage &report)
+{
+    return report.screenshotevent_size() > 0;
+}
+
+// A keep-alive: the time and nothing else.
+bool isPing(const ProtoMessage &report)
+{
+    return !isScreenshot(report) && report.clickevent_size() == 0 && !report.has_pagechange() &&
+           !report.has_tag() && report.usertag_size() == 0;
+}
+} // namespace
 
 XhrMessageSender::XhrMessageSender(ApplicationConfigWrapper *applicationConfig,
                                    InitSender *initSender, OrvaneAPI *orvaneAPI, HttpUtil *httpUtil,
@@ -26,6 +42,8 @@ XhrMessageSender::XhrMessageSender(ApplicationConfigWrapper *applicationConfig,
     // screen-name ticks and lose their reports often; a precise one lands between them.
     m_flushTimer.setTimerType(Qt::PreciseTimer);
     connect(&m_flushTimer, &QTimer::timeout, this, &XhrMessageSender::flushQueue);
+    m_retryTimer.setSingleShot(true);
+    connect(&m_retryTimer, &QTimer::timeout, this, &XhrMessageSender::open);
 }
 
 void XhrMessageSender::start(const QString &url, Callback, Callback)
@@ -33,19 +51,57 @@ void XhrMessageSender::start(const QString &url, Callback, Callback)
     m_screenName = url;
     m_url = XhrSender::buildUrl(m_applicationConfig->config(), url);
     m_stopped = false;
+    ++m_generation;
+    m_retryTimer.stop();
+    m_retryDelayMs = FirstRetryDelayMs;
+    open();
+}
+
+void XhrMessageSender::open()
+{
+    if (m_stopped)
+        return;
     QPointer<XhrMessageSender> self(this);
     m_httpUtil->get(*m_url,
-                    [self](const std::optional<QByteArray> &, const std::optional<HttpResponse> &,
-                           const std::optional<NetworkError> &error) {
-                        if (!self)
+                    [self, generation = m_generation](const std::optional<QByteArray> &,
+                                                      const std::optional<HttpResponse> &,
+                                                      const std::optional<NetworkError> &error) {
+                        if (!self || generation != self->m_generation)
                             return;
                         if (error) {
                             Log::error(u"Request failed"_s);
+                            self->onFailure();
                             return;
                         }
-                        self->m_currentInterval = self->m_queueSendingInterval;
-                        self->flushQueue();
+                        self->onOpened();
                     });
+}
+
+void XhrMessageSender::onOpened()
+{
+    m_retryDelayMs = FirstRetryDelayMs;
+    if (std::exchange(m_connectionLost, false)) {
+        // What was captured during the outage is history; only the present screen matters.
+        keepNewestScreenshotOnly();
+        reportDrops();
+        Log::debug(u"Connection back"_s);
+        Q_EMIT connectionRestored();
+    }
+    m_currentInterval = m_queueSendingInterval;
+    flushQueue();
+}
+
+void XhrMessageSender::onFailure()
+{
+    if (m_stopped)
+        return;
+    if (!std::exchange(m_connectionLost, true)) {
+        Log::warning(u"Connection lost; reports are held while it is retried"_s);
+        Q_EMIT connectionLost();
+    }
+    Log::debug(u"Retry in %1 ms"_s.arg(m_retryDelayMs));
+    m_retryTimer.start(m_retryDelayMs);
+    m_retryDelayMs = qMin(m_retryDelayMs * 2, MaxRetryDelayMs);
 }
 
 void XhrMessageSender::stop()
@@ -53,13 +109,89 @@ void XhrMessageSender::stop()
     MessageSender::stop();
     // An armed flush still runs once; its scheduling step then ends the loop.
     m_stopped = true;
+    m_retryTimer.stop();
+    m_connectionLost = false;
+    reportDrops();
 }
 
 void XhrMessageSender::send(const QString &, const ProtoMessage &message,
                             ErrorCompletion completion)
 {
     m_queue.append(message);
+    m_queueBytes += qint64(message.ByteSizeLong());
+    if (m_queueBytes > visitSizeThreshold())
+        enforceBudget();
     completion(std::nullopt);
+}
+
+void XhrMessageSender::enforceBudget()
+{
+    // Oldest first: screenshots (never the newest), then pings; what the user did stays.
+    const auto drop = [this](auto isDroppable, qint64 &counter) {
+        const qsizetype newestScreenshot = [this] {
+            for (qsizetype i = m_queue.size() - 1; i >= 0; --i) {
+                if (isScreenshot(m_queue.at(i)))
+                    return i;
+            }
+            return qsizetype(-1);
+        }();
+        qsizetype kept = 0;
+        for (qsizetype i = 0; i < m_queue.size(); ++i) {
+            const ProtoMessage &report = m_queue.at(i);
+            if (m_queueBytes > visitSizeThreshold() && i != newestScreenshot &&
+                isDroppable(report)) {
+                m_queueBytes -= qint64(report.ByteSizeLong());
+                ++counter;
+                continue;
+            }
+            if (kept != i)
+                m_queue[kept] = std::move(m_queue[i]);
+            ++kept;
+        }
+        m_queue.resize(kept);
+    };
+    const bool firstDrop = m_droppedScreenshots == 0 && m_droppedPings == 0;
+    drop(isScreenshot, m_droppedScreenshots);
+    drop(isPing, m_droppedPings);
+    if (firstDrop && (m_droppedScreenshots > 0 || m_droppedPings > 0)) {
+        Log::warning(u"Reports held over %1 bytes: the oldest screenshots are dropped"_s.arg(
+            visitSizeThreshold()));
+    }
+}
+
+void XhrMessageSender::keepNewestScreenshotOnly()
+{
+    bool newestSeen = false;
+    qsizetype kept = m_queue.size();
+    for (qsizetype i = m_queue.size() - 1; i >= 0; --i) {
+        ProtoMessage &report = m_queue[i];
+        if (isScreenshot(report) && std::exchange(newestSeen, true)) {
+            m_queueBytes -= qint64(report.ByteSizeLong());
+            ++m_droppedScreenshots;
+            continue;
+        }
+        --kept;
+        if (kept != i)
+            m_queue[kept] = std::move(report);
+    }
+    m_queue.remove(0, kept);
+}
+
+void XhrMessageSender::clearQueue()
+{
+    m_queue.clear();
+    m_queueBytes = 0;
+}
+
+void XhrMessageSender::reportDrops()
+{
+    if (m_droppedScreenshots == 0 && m_droppedPings == 0)
+        return;
+    Log::warning(u"Dropped %1 screenshots and %2 pings held while the service was unreachable"_s
+                     .arg(m_droppedScreenshots)
+                     .arg(m_droppedPings));
+    m_droppedScreenshots = 0;
+    m_droppedPings = 0;
 }
 
 void XhrMessageSender::updateInterval()
@@ -94,7 +226,7 @@ void XhrMessageSender::flushQueue()
     std::string bytes;
     if (!list.SerializePartialToString(&bytes)) {
         Log::warning(u"Cannot serialize data; Discard messages in queue"_s);
-        m_queue.clear();
+        clearQueue();
         scheduleNextFlush();
         return;
     }
@@ -102,20 +234,26 @@ void XhrMessageSender::flushQueue()
     QPointer<XhrMessageSender> self(this);
     // The service reads protocol buffer bytes whatever the content type says.
     m_httpUtil->post(*m_url, QByteArray(bytes.data(), qsizetype(bytes.size())),
-                     [self](const std::optional<QByteArray> &body,
-                            const std::optional<HttpResponse> &,
-                            const std::optional<NetworkError> &error) {
+                     [self, generation = m_generation](const std::optional<QByteArray> &body,
+                                                       const std::optional<HttpResponse> &,
+                                                       const std::optional<NetworkError> &error) {
                          if (!self)
                              return;
+                         const bool current = generation == self->m_generation;
                          if (error) {
-                             // The queue is kept and the loop ends until the next start().
+                             // The queue is kept for the retry.
                              Log::error(u"Request failed"_s);
+                             if (current)
+                                 self->onFailure();
                              return;
                          }
                          // This also drops the reports queued while the POST was in flight: each
-                         // cycle starts from an empty queue, as the service expects.
-                         self->m_queue.clear();
-                         self->scheduleNextFlush();
+                         // cycle starts from an empty queue, as the service expects. A reply to
+                         // an earlier start leaves the new loop alone.
+                         if (current) {
+                             self->clearQueue();
+                             self->scheduleNextFlush();
+                         }
                          if (body && !self->processReply(*body))
                              Log::warning(u"Cannot parse message"_s);
                      });

@@ -15,6 +15,11 @@ class HttpUtil;
 /// The HTTP transport: reports are queued and posted in batches, one ProtoMessageList per flush,
 /// every 0.1 s (0.03 s with increased polling frequency) plus the time of the POST. Each reply
 /// carries the agent's commands.
+///
+/// A failed GET or POST does not end the session: the channel is reopened after 1 s, then after
+/// twice as long each time up to 30 s, until it opens or the sender stops. Meanwhile the queue
+/// is held to visitSizeThreshold() bytes by dropping its oldest screenshots (then pings), never
+/// clicks, page changes or tags; once back, only the newest screenshot goes out with the rest.
 class VISTREL_AUTOTEST_EXPORT XhrMessageSender : public MessageSender
 {
     Q_OBJECT
@@ -38,13 +43,36 @@ public:
     bool isStopped() const { return m_stopped; }
     std::optional<QString> url() const { return m_url; }
 
+    /// Whether the channel failed and is being retried.
+    bool isConnectionLost() const { return m_connectionLost; }
+    /// The serialized size of the queued reports.
+    qint64 queueBytes() const { return m_queueBytes; }
+    /// The delay before the next reopening attempt.
+    int retryDelayMs() const { return m_retryDelayMs; }
+
+    static constexpr int FirstRetryDelayMs = 1000;
+    static constexpr int MaxRetryDelayMs = 30000;
+
     /// Hands the command objects of a POST reply to the parser: a JSON array of strings, each the
     /// JSON text of an array of objects. Returns false when the body or an element is not JSON.
     bool processReply(const QByteArray &body);
 
+Q_SIGNALS:
+    /// The channel failed; reports are held (bounded) while it is retried.
+    void connectionLost();
+    /// The channel opened again after connectionLost().
+    void connectionRestored();
+
 private:
+    void open();
+    void onOpened();
+    void onFailure();
     void flushQueue();
     void scheduleNextFlush();
+    void enforceBudget();
+    void keepNewestScreenshotOnly();
+    void clearQueue();
+    void reportDrops();
 
     const double m_queueSendingInterval = 0.1;
     const double m_increasedQueueSendingInterval = 0.03;
@@ -53,8 +81,17 @@ private:
     std::optional<QString> m_url;
     double m_currentInterval = 0;
     QList<ProtoMessage> m_queue;
+    qint64 m_queueBytes = 0;
     bool m_stopped = true;
+    bool m_connectionLost = false;
+    int m_retryDelayMs = FirstRetryDelayMs;
+    // Counts the starts: replies to requests of an earlier start only hand on their commands.
+    quint64 m_generation = 0;
+    // Dropped from the queue since the last report of drops.
+    qint64 m_droppedScreenshots = 0;
+    qint64 m_droppedPings = 0;
     QTimer m_flushTimer;
+    QTimer m_retryTimer;
 };
 
 } // namespace VistrelKit
