@@ -283,6 +283,7 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("body"); // none: the connection drops
         QTest::addColumn<QList<Message>>("expected");
         QTest::addColumn<QStringList>("logLines");
+        QTest::addColumn<int>("status");
 
         const QString post = u"POST"_s;
         const QList<Message> stop{Message{.stop = true}};
@@ -293,20 +294,26 @@ private Q_SLOTS:
             u"[DEBUG] XhrMessageSender: Retry in 1000 ms"_s};
         QTest::newRow("one click")
             << post << R"(["[{'x':300,'y':600}]"])"_ba
-            << QList<Message>{Message{.click = Click{300, 600}}} << QStringList();
+            << QList<Message>{Message{.click = Click{300, 600}}} << QStringList() << 200;
         QTest::newRow("a number ends silently")
-            << post << R"([42, "[{'a':'c'}]"])"_ba << QList<Message>() << QStringList();
+            << post << R"([42, "[{'a':'c'}]"])"_ba << QList<Message>() << QStringList() << 200;
         QTest::newRow("not an array")
-            << post << R"({"x": "[{'a':'c'}]"})"_ba << QList<Message>() << QStringList();
+            << post << R"({"x": "[{'a':'c'}]"})"_ba << QList<Message>() << QStringList() << 200;
         QTest::newRow("non-object ends the rest")
-            << post << R"(["[{'a':'c'},7,{'a':'c'}]"])"_ba << stop << QStringList();
-        QTest::newRow("not JSON") << post << "not json"_ba << QList<Message>() << unreadable;
+            << post << R"(["[{'a':'c'},7,{'a':'c'}]"])"_ba << stop << QStringList() << 200;
+        QTest::newRow("not JSON") << post << "not json"_ba << QList<Message>() << unreadable << 200;
         QTest::newRow("inner text not JSON after a good one")
-            << post << R"(["[{'a':'c'}]","nope"])"_ba << stop << unreadable;
+            << post << R"(["[{'a':'c'}]","nope"])"_ba << stop << unreadable << 200;
         // A transport failure is retried; the reports wait.
         QTest::newRow("channel open fails")
-            << u"GET"_s << QByteArray() << QList<Message>() << failed;
-        QTest::newRow("post fails") << post << QByteArray() << QList<Message>() << failed;
+            << u"GET"_s << QByteArray() << QList<Message>() << failed << 200;
+        QTest::newRow("post fails") << post << QByteArray() << QList<Message>() << failed << 200;
+        // A service that restarted and forgot the visit.
+        QTest::newRow("post refused")
+            << post << "unknown visit"_ba << QList<Message>()
+            << QStringList{u"[ERROR] XhrMessageSender: Request failed: HTTP 404"_s, failed.at(1),
+                           failed.at(2)}
+            << 404;
     }
 
     void xhrReplies()
@@ -315,13 +322,15 @@ private Q_SLOTS:
         QFETCH(QByteArray, body);
         QFETCH(QList<Message>, expected);
         QFETCH(QStringList, logLines);
+        QFETCH(int, status);
         Xhr f;
         QSignalSpy lost(&f.sender, &XhrMessageSender::connectionLost);
         QSignalSpy restored(&f.sender, &XhrMessageSender::connectionRestored);
         const bool drop = body.isEmpty();
+        const bool failing = drop || status >= 400;
         body.replace('\'', "\\\"");
         f.service.setCannedReply(method, messagePath,
-                                 VistrelService::CannedReply{{200, body}, drop});
+                                 VistrelService::CannedReply{{status, body}, drop});
         f.send(u"x"_s);
         f.start();
         // The reply is read in the same step that empties the queue.
@@ -335,10 +344,10 @@ private Q_SLOTS:
         f.send(u"y"_s);
         // A canned answer stands in for the service, which then records nothing.
         const QStringList delivered =
-            drop || method == u"GET"_s ? QStringList{u"x"_s, u"y"_s} : QStringList{u"y"_s};
+            failing || method == u"GET"_s ? QStringList{u"x"_s, u"y"_s} : QStringList{u"y"_s};
         QTRY_COMPARE_WITH_TIMEOUT(f.tags(), delivered, 10000);
-        QCOMPARE(lost.size(), drop ? 1 : 0);
-        QCOMPARE(restored.size(), drop ? 1 : 0);
+        QCOMPARE(lost.size(), failing ? 1 : 0);
+        QCOMPARE(restored.size(), failing ? 1 : 0);
         QVERIFY(!f.sender.isConnectionLost());
     }
 

@@ -21,6 +21,21 @@ bool isScreenshot(const ProtoMessage &report)
     return report.screenshotevent_size() > 0;
 }
 
+// A channel request failed when nothing came back, or an error status: a service that
+// restarted and forgot the visit answers 404 until the channel is opened again.
+bool failed(const std::optional<HttpResponse> &response, const std::optional<NetworkError> &error)
+{
+    if (error) {
+        Log::error(u"Request failed"_s);
+        return true;
+    }
+    if (response && response->statusCode >= 400) {
+        Log::error(u"Request failed: HTTP %1"_s.arg(response->statusCode));
+        return true;
+    }
+    return false;
+}
+
 // A keep-alive: the time and nothing else.
 bool isPing(const ProtoMessage &report)
 {
@@ -64,12 +79,11 @@ void XhrMessageSender::open()
     QPointer<XhrMessageSender> self(this);
     m_httpUtil->get(*m_url,
                     [self, generation = m_generation](const std::optional<QByteArray> &,
-                                                      const std::optional<HttpResponse> &,
+                                                      const std::optional<HttpResponse> &response,
                                                       const std::optional<NetworkError> &error) {
                         if (!self || generation != self->m_generation)
                             return;
-                        if (error) {
-                            Log::error(u"Request failed"_s);
+                        if (failed(response, error)) {
                             self->onFailure();
                             return;
                         }
@@ -235,14 +249,13 @@ void XhrMessageSender::flushQueue()
     // The service reads protocol buffer bytes whatever the content type says.
     m_httpUtil->post(*m_url, QByteArray(bytes.data(), qsizetype(bytes.size())),
                      [self, generation = m_generation](const std::optional<QByteArray> &body,
-                                                       const std::optional<HttpResponse> &,
+                                                       const std::optional<HttpResponse> &response,
                                                        const std::optional<NetworkError> &error) {
                          if (!self)
                              return;
                          const bool current = generation == self->m_generation;
-                         if (error) {
+                         if (failed(response, error)) {
                              // The queue is kept for the retry.
-                             Log::error(u"Request failed"_s);
                              if (current)
                                  self->onFailure();
                              return;
