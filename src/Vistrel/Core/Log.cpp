@@ -2,6 +2,8 @@
 
 #include <QByteArray>
 #include <QCoreApplication>
+#include <QHash>
+#include <QStringList>
 #include <QThread>
 
 #include <cstdio>
@@ -25,16 +27,28 @@ Log::Handler &handler()
     return instance;
 }
 
-// A line repeated within one turn of the event loop (one reply's worth) is printed once, then
-// summarised with its count when another line comes or the turn ends.
-struct Burst
+// A line repeated within one turn of the event loop (one reply's worth) is passed on once; the
+// turn's end reports how often each came again. Interleaved repeats count too: one reply's
+// commands often log two lines each.
+struct Repeated
 {
     QString level;
     QString source;
-    QString line;
+    QString message;
     qint64 repeats = 0;
+};
+
+struct Burst
+{
+    QHash<QString, Repeated> seen;
+    QStringList order;
     bool endQueued = false;
 };
+
+// Distinct lines remembered per turn; beyond that lines pass on as they come.
+constexpr qsizetype MaxDistinctLines = 256;
+// How much of a repeated message its summary quotes.
+constexpr qsizetype QuotedLength = 100;
 
 Burst &burst()
 {
@@ -42,7 +56,8 @@ Burst &burst()
     return instance;
 }
 
-void write(const QString &level, const QString &source, const QString &message, const QString &line)
+void write(const QString &level, const QString &source, const QString &message,
+           const QString &line)
 {
     if (handler()) {
         handler()(level, source, message);
@@ -56,18 +71,26 @@ void write(const QString &level, const QString &source, const QString &message, 
         listener()(line);
 }
 
-void endBurst()
+void endTurn()
 {
     Burst &current = burst();
-    if (current.repeats > 0) {
-        const QString message =
-            current.repeats == 1
-                ? u"(the line above repeated once more)"_s
-                : u"(the line above repeated %1 more times)"_s.arg(current.repeats);
-        write(current.level, current.source, message,
-              u'[' + current.level + u"] "_s + current.source + u": "_s + message);
+    // Taken first: a handler that logs starts a new turn.
+    const QHash<QString, Repeated> seen = std::exchange(current.seen, {});
+    const QStringList order = std::exchange(current.order, {});
+    current.endQueued = false;
+    for (const QString &line : order) {
+        const Repeated entry = seen.value(line);
+        if (entry.repeats == 0)
+            continue;
+        const QString times =
+            entry.repeats == 1 ? u"once more"_s : u"%1 more times"_s.arg(entry.repeats);
+        QString quoted = entry.message.left(QuotedLength);
+        if (entry.message.size() > QuotedLength)
+            quoted += u"…"_s;
+        const QString message = u"(repeated "_s + times + u": "_s + quoted + u')';
+        write(entry.level, entry.source, message,
+              u'[' + entry.level + u"] "_s + entry.source + u": "_s + message);
     }
-    current.repeats = 0;
 }
 } // namespace
 
@@ -121,25 +144,18 @@ void Log::log(const QString &level, const QString &rawMessage, std::source_locat
         return;
     }
     Burst &current = burst();
-    if (line == current.line) {
-        ++current.repeats;
+    const auto found = current.seen.find(line);
+    if (found != current.seen.end()) {
+        ++found->repeats;
         return;
     }
-    endBurst();
-    write(level, source, message, line);
-    current.level = level;
-    current.source = source;
-    current.line = line;
-    if (!std::exchange(current.endQueued, true)) {
-        QMetaObject::invokeMethod(
-            QCoreApplication::instance(),
-            [] {
-                endBurst();
-                burst().line.clear();
-                burst().endQueued = false;
-            },
-            Qt::QueuedConnection);
+    if (current.seen.size() < MaxDistinctLines) {
+        current.seen.insert(line, Repeated{level, source, message});
+        current.order.append(line);
     }
+    write(level, source, message, line);
+    if (!std::exchange(current.endQueued, true))
+        QMetaObject::invokeMethod(QCoreApplication::instance(), endTurn, Qt::QueuedConnection);
 }
 
 QString Log::formatLine(const QString &level, const QString &message, const char *file)
