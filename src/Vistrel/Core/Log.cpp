@@ -56,8 +56,7 @@ Burst &burst()
     return instance;
 }
 
-void write(const QString &level, const QString &source, const QString &message,
-           const QString &line)
+void write(const QString &level, const QString &source, const QString &message, const QString &line)
 {
     if (handler()) {
         handler()(level, source, message);
@@ -138,8 +137,10 @@ void Log::log(const QString &level, const QString &rawMessage, std::source_locat
     const QString source = sourceName(where.file_name());
     const QString line = formatLine(level, message, where.file_name());
     const QCoreApplication *application = QCoreApplication::instance();
-    // Turns are only known on the thread of the event loop.
-    if (!application || QThread::currentThread() != application->thread()) {
+    // Turns are only known on the thread of the event loop, while it runs: before exec() (and in
+    // code driven by processEvents()) every line passes.
+    if (!application || QThread::currentThread() != application->thread() ||
+        application->thread()->loopLevel() == 0) {
         write(level, source, message, line);
         return;
     }

@@ -11,7 +11,7 @@ namespace VistrelKit {
 
 /// One line per event on standard output, "[LEVEL] Source: message", or to the host's handler.
 /// The source is the calling file's name without directory and extension. A line repeated
-/// within one turn of the event loop is passed on once; the end of the turn adds
+/// within one turn of the running event loop is passed on once; the end of the turn adds
 /// "(repeated N more times: message)": one reply cannot flood the log.
 class VISTREL_PRIVATE_EXPORT Log
 {
