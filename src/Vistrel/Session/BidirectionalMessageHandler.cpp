@@ -4,17 +4,18 @@
 #include "Config/ApplicationConfigWrapper.h"
 #include "Config/IdUtils.h"
 #include "Core/Log.h"
-#include "Core/MainQueue.h"
 #include "Session/CoBrowsing.h"
 #include "Session/Vistrel.h"
 #include "Widgets/ClickUtil.h"
 #include "Widgets/PassthroughUIImageView.h"
 #include "Widgets/ViewUtils.h"
 
+#include <QBuffer>
+#include <QDeadlineTimer>
 #include <QGraphicsOpacityEffect>
+#include <QImageReader>
 #include <QMessageBox>
 #include <QPushButton>
-#include <QTimer>
 #include <QWidget>
 #include <QtMath>
 
@@ -30,68 +31,150 @@ BidirectionalMessageHandler::BidirectionalMessageHandler(
     , m_uiStrings(uiStrings)
     , m_vistrel(vistrel)
     , m_coBrowsing(coBrowsing)
-{}
+{
+    m_workTimer.setSingleShot(true);
+    connect(&m_workTimer, &QTimer::timeout, this, &BidirectionalMessageHandler::workOff);
+}
 
 void BidirectionalMessageHandler::handle(const BidirectionalMessage &message)
+{
+    // A flag, whatever "b" says: nothing to wait for.
+    if (message.bidirectional)
+        m_applicationConfig->config().vistrelConfig.increasedPollingFrequency = true;
+    m_queue.push(message);
+    if (!m_workTimer.isActive())
+        m_workTimer.start(0);
+}
+
+void BidirectionalMessageHandler::workOff()
+{
+    if (m_working)
+        return; // the slice under way goes on once the nested event loop is done
+    m_working = true;
+    const QDeadlineTimer slice(SliceMs, Qt::PreciseTimer);
+    while (!m_queue.isEmpty() && !slice.hasExpired()) {
+        if (m_queue.front().click && !ViewUtils::topViewController()) {
+            // A tap waits for a window to land on, and the commands behind it keep their order.
+            m_working = false;
+            m_workTimer.start(ViewUtils::RetryIntervalMs);
+            return;
+        }
+        carryOut(m_queue.takeFront());
+    }
+    m_working = false;
+    if (!m_queue.isEmpty())
+        m_workTimer.start(0);
+    else
+        reportDrops();
+}
+
+void BidirectionalMessageHandler::carryOut(const BidirectionalMessage &message)
 {
     Log::debug(u"Handle message: "_s + message.toString());
     if (message.drawing)
         showDrawing(*message.drawing);
-    if (message.click)
-        click(*message.click);
+    if (message.click) {
+        if (QWidget *top = ViewUtils::topViewController())
+            click(top, *message.click);
+    }
     if (message.stop.value_or(false))
         stop();
-    if (message.bidirectional)
-        m_applicationConfig->config().vistrelConfig.increasedPollingFrequency = true;
     if (message.optIn.value_or(false))
         askForOptIn();
     if (message.start.value_or(false))
         start();
 }
 
-void BidirectionalMessageHandler::showDrawing(const QByteArray &imageBytes)
+void BidirectionalMessageHandler::reportDrops()
 {
-    const int timeoutMs = qRound(m_drawingTimeout * 1000);
-    MainQueue::async([imageBytes, timeoutMs] {
-        QWidget *root = ViewUtils::topViewController();
-        if (!root)
-            return;
-        // Bytes that are no image still give an (empty) overlay for the same time.
-        auto *view = new PassthroughUIImageView(QImage::fromData(imageBytes), root);
-        view->setScaledContents(true);
-        view->setGeometry(root->rect());
-        auto *opacity = new QGraphicsOpacityEffect(view);
-        opacity->setOpacity(0.5);
-        view->setGraphicsEffect(opacity);
-        view->show();
-        view->raise();
-        // Each drawing keeps its own timer, so drawings in quick succession stack.
-        QTimer::singleShot(timeoutMs, view, &QObject::deleteLater);
-    });
+    const AgentCommandQueue::Drops drops = m_queue.takeDrops();
+    const QString limit = QString::number(AgentCommandQueue::MaxCommands);
+    if (drops.taps)
+        Log::warning(
+            u"Dropped the oldest %1 taps: over %2 agent commands were waiting"_s.arg(drops.taps)
+                .arg(limit));
+    if (drops.idle)
+        Log::warning(u"Dropped the oldest %1 commands without action: over %2 agent commands "
+                     u"were waiting"_s.arg(drops.idle)
+                         .arg(limit));
+    if (drops.drawings)
+        Log::warning(u"Dropped %1 drawings: only the newest %2 are shown"_s.arg(drops.drawings)
+                         .arg(MaxDrawings));
+    if (drops.starts || drops.stops)
+        Log::warning(u"Merged session commands that came together: %1 starts and %2 stops "
+                     u"dropped"_s.arg(drops.starts)
+                         .arg(drops.stops));
+    if (drops.optIns)
+        Log::warning(u"Opt-in dialog already shown; requests dropped: %1"_s.arg(drops.optIns));
 }
 
-void BidirectionalMessageHandler::click(const BidirectionalMessage::Click &click)
+void BidirectionalMessageHandler::showDrawing(const QByteArray &imageBytes)
 {
-    ViewUtils::withTopViewController([click](QWidget *controller) {
-        // Device pixels to the window's own units, through single precision as the agent's
-        // numbers travel.
-        const qreal scale = controller->devicePixelRatioF();
-        const QPointF point(qreal(float(click.x)) / scale, qreal(float(click.y)) / scale);
-        // Outside the window nothing is hit; checked first, as far-off numbers don't fit an int.
-        QWidget *hit = nullptr;
-        QPoint position;
-        if (QRectF(controller->rect()).contains(point)) {
-            // The unit that holds the device pixel: rounding would move half a unit right and
-            // down.
-            position = QPoint(qFloor(point.x()), qFloor(point.y()));
-            hit = ClickUtil::hitTest(controller, position);
-        }
-        if (!hit) {
-            Log::warning(u"View not found"_s);
+    QWidget *root = ViewUtils::topViewController();
+    if (!root)
+        return;
+    // The header tells the size before anything is decoded: an image larger than the window
+    // it covers cannot show more than one of the window's size, and may be a few bytes that
+    // decode into gigabytes.
+    const QSize window = (QSizeF(root->size()) * root->devicePixelRatioF()).toSize();
+    QBuffer buffer;
+    buffer.setData(imageBytes);
+    buffer.open(QIODevice::ReadOnly);
+    QImageReader reader(&buffer);
+    const QSize size = reader.size();
+    QImage image;
+    if (size.isValid()) {
+        if (size.width() > window.width() || size.height() > window.height()) {
+            Log::warning(
+                u"Drawing refused: %1x%2 image is larger than the %3x%4 window"_s.arg(size.width())
+                    .arg(size.height())
+                    .arg(window.width())
+                    .arg(window.height()));
             return;
         }
-        ClickUtil::click(hit, hit->mapFrom(controller, position));
+        image = reader.read();
+    }
+    // Bytes that are no image (or whose size is unknown) still give an empty overlay for the
+    // same time.
+    m_drawings.removeIf([](const QPointer<PassthroughUIImageView> &view) {
+        return !view || !view->parentWidget();
     });
+    while (m_drawings.size() >= MaxDrawings)
+        ViewUtils::removeFromWindow(m_drawings.takeFirst());
+    auto *view = new PassthroughUIImageView(image, root);
+    view->setScaledContents(true);
+    view->setGeometry(root->rect());
+    auto *opacity = new QGraphicsOpacityEffect(view);
+    opacity->setOpacity(0.5);
+    view->setGraphicsEffect(opacity);
+    view->show();
+    view->raise();
+    m_drawings.append(view);
+    // Each drawing keeps its own timer: drawings in quick succession stack, up to MaxDrawings.
+    QTimer::singleShot(qRound(m_drawingTimeout * 1000), view,
+                       [view] { ViewUtils::removeFromWindow(view); });
+}
+
+void BidirectionalMessageHandler::click(QWidget *controller,
+                                        const BidirectionalMessage::Click &click)
+{
+    // Device pixels to the window's own units, through single precision as the agent's numbers
+    // travel.
+    const qreal scale = controller->devicePixelRatioF();
+    const QPointF point(qreal(float(click.x)) / scale, qreal(float(click.y)) / scale);
+    // Outside the window nothing is hit; checked first, as far-off numbers don't fit an int.
+    QWidget *hit = nullptr;
+    QPoint position;
+    if (QRectF(controller->rect()).contains(point)) {
+        // The unit that holds the device pixel: rounding would move half a unit right and down.
+        position = QPoint(qFloor(point.x()), qFloor(point.y()));
+        hit = ClickUtil::hitTest(controller, position);
+    }
+    if (!hit) {
+        Log::warning(u"View not found"_s);
+        return;
+    }
+    ClickUtil::click(hit, hit->mapFrom(controller, position));
 }
 
 void BidirectionalMessageHandler::stop()
@@ -106,6 +189,8 @@ void BidirectionalMessageHandler::stop()
 
 void BidirectionalMessageHandler::askForOptIn()
 {
+    // Until the dialog is closed (or turns out impossible), further questions are dropped.
+    m_queue.setOptInOpen(true);
     if (m_uiStrings->isLoaded()) {
         showOptInDialog();
         return;
@@ -120,36 +205,37 @@ void BidirectionalMessageHandler::askForOptIn()
 
 void BidirectionalMessageHandler::showOptInDialog()
 {
+    QWidget *top = ViewUtils::topViewController();
+    if (!top) {
+        m_queue.setOptInOpen(false);
+        return;
+    }
     const std::optional<QString> title = m_uiStrings->find(u"ui.mobile.confirm.title"_s);
     const QString accept = m_uiStrings->find(u"ui.confirm.accept"_s).value_or(QString());
     const QString decline = m_uiStrings->find(u"ui.confirm.decline"_s).value_or(QString());
     const std::optional<QString> message = m_uiStrings->find(u"ui.mobile.confirm.message"_s);
-    MainQueue::async(
-        [self = QPointer<BidirectionalMessageHandler>(this), title, accept, decline, message] {
-            QWidget *top = ViewUtils::topViewController();
-            if (!top)
-                return;
-            auto *box = new QMessageBox(top);
-            box->setObjectName(u"vistrelOptInDialog"_s);
-            box->setAttribute(Qt::WA_DeleteOnClose);
-            box->setIcon(QMessageBox::Question);
-            if (title) {
-                box->setWindowTitle(*title);
-                box->setText(*title);
-            }
-            if (message)
-                box->setInformativeText(*message);
-            QPushButton *acceptButton = box->addButton(accept, QMessageBox::AcceptRole);
-            QPushButton *declineButton = box->addButton(decline, QMessageBox::RejectRole);
-            box->setDefaultButton(acceptButton);
-            box->setEscapeButton(declineButton);
-            // Declining only closes the box: nothing is sent.
-            QObject::connect(acceptButton, &QPushButton::clicked, [self] {
-                if (self)
-                    self->startCoBrowsing();
-            });
-            box->open();
-        });
+    auto *box = new QMessageBox(top);
+    box->setObjectName(u"vistrelOptInDialog"_s);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setIcon(QMessageBox::Question);
+    if (title) {
+        box->setWindowTitle(*title);
+        box->setText(*title);
+    }
+    if (message)
+        box->setInformativeText(*message);
+    QPushButton *acceptButton = box->addButton(accept, QMessageBox::AcceptRole);
+    QPushButton *declineButton = box->addButton(decline, QMessageBox::RejectRole);
+    box->setDefaultButton(acceptButton);
+    box->setEscapeButton(declineButton);
+    // Declining only closes the box: nothing is sent.
+    connect(acceptButton, &QPushButton::clicked, this,
+            &BidirectionalMessageHandler::startCoBrowsing);
+    // Closed either way, or gone with its window: the next question may be asked.
+    const auto closed = [this] { m_queue.setOptInOpen(false); };
+    connect(box, &QDialog::finished, this, closed);
+    connect(box, &QObject::destroyed, this, closed);
+    box->open();
 }
 
 void BidirectionalMessageHandler::startCoBrowsing()

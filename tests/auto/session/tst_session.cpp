@@ -4,12 +4,15 @@
 #include "CoBrowsing/CoBrowseWidget.h"
 #include "CoBrowsing/DefaultUIView.h"
 #include "Network/Xhr/XhrMessageSender.h"
+#include "Session/AgentCommandQueue.h"
+#include "Session/BidirectionalMessageHandler.h"
 #include "SessionFixture.h"
 #include "Widgets/PassthroughUIImageView.h"
 
 #include <Vistrel/OrvaneConfiguration.h>
 
 #include <QApplication>
+#include <QBuffer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -48,6 +51,42 @@ QByteArray reply(const QJsonObject &changes)
 QMessageBox *optInDialog()
 {
     return qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+}
+
+/// The commands as one element of a POST reply: they reach the device together.
+QByteArray together(const QByteArray &command, int count)
+{
+    QByteArray text = command;
+    for (int i = 1; i < count; ++i)
+        text += ',' + command;
+    return '[' + text + ']';
+}
+
+QByteArray drawing(const QSize &size)
+{
+    QImage image(size, QImage::Format_ARGB32);
+    image.fill(Qt::red);
+    QByteArray png;
+    QBuffer buffer(&png);
+    buffer.open(QIODevice::WriteOnly);
+    image.save(&buffer, "PNG");
+    return R"({"d":{"u":")" + png.toBase64() + R"("}})";
+}
+
+/// A queue's commands in one letter each: s start, c stop, t tap, d drawing, o opt-in.
+QString letters(const BidirectionalMessage &m)
+{
+    QString text;
+    const std::pair<bool, char16_t> parts[] = {{m.drawing.has_value(), u'd'},
+                                               {m.click.has_value(), u't'},
+                                               {m.stop.value_or(false), u'c'},
+                                               {m.optIn.value_or(false), u'o'},
+                                               {m.start.value_or(false), u's'}};
+    for (const auto &[present, letter] : parts) {
+        if (present)
+            text += letter;
+    }
+    return text;
 }
 } // namespace
 
@@ -94,6 +133,7 @@ private Q_SLOTS:
         // The next start reuses the transport: its close goes out first.
         QVERIFY(!opened || waitForEnd(visit));
         QTRY_VERIFY(window.findChildren<DefaultUIView *>().isEmpty());
+        qDeleteAll(window.findChildren<PassthroughUIImageView *>()); // drawings go in 5 s
     }
 
     void startAndStop()
@@ -273,8 +313,12 @@ private Q_SLOTS:
         const QString visit = startSession();
         QVERIFY(!visit.isEmpty());
         service.clearRequests();
-        QVERIFY(service.queueCommand(visit, R"({"co": {"opt": true}})"_ba));
+        // One question at a time, also while its texts load: a dialog each would bury the app.
+        service.queueRawCommand(visit, together(R"({"co": {"opt": true}})", 2));
         QTRY_VERIFY(optInDialog());
+        QVERIFY(service.queueCommand(visit, R"({"co": {"opt": true}})"_ba));
+        QTRY_COMPARE(log.count(u"Opt-in dialog already shown; requests dropped: 1"_s), 2);
+        QCOMPARE(window.findChildren<QMessageBox *>().size(), 1);
         QMessageBox *box = optInDialog();
         QCOMPARE(box->text(), u"Share your screen?"_s);
         QCOMPARE(box->informativeText(), u"An agent asks to see your screen to help you."_s);
@@ -334,6 +378,154 @@ private Q_SLOTS:
         QVERIFY(service.waitFor([&] { return currentVisit() != visit; }));
         QCOMPARE(config().visitConfig.sessionId, session);
         QVERIFY(waitForScreenshot(currentVisit()));
+    }
+
+    void drawingsOnScreen_data()
+    {
+        QTest::addColumn<QList<QSize>>("sent");
+        QTest::addColumn<bool>("oneByOne");      // each shown before the next is sent
+        QTest::addColumn<QList<QSize>>("shown"); // in order of arrival
+        const QSize a(1, 1), b(2, 2), c(3, 3), d(4, 4), e(5, 5);
+        // Overlays pile up without end, or the newest one is turned away.
+        QTest::newRow("the fourth pushes the first off")
+            << QList{a, b, c, d} << true << QList{b, c, d};
+        // A burst shows its oldest drawings, each only to be pushed off at once.
+        QTest::newRow("a burst shows its newest three")
+            << QList{a, b, c, d, e} << false << QList{c, d, e};
+        // The window is 720 x 1280 device pixels: compared in units, this one would be refused.
+        QTest::newRow("as large as the window")
+            << QList{QSize(720, 1280)} << true << QList{QSize(720, 1280)};
+        // Decoded before its size was checked; the log does not say why it is missing.
+        QTest::newRow("one pixel wider than the window")
+            << QList{QSize(721, 1280)} << false << QList<QSize>();
+    }
+    void drawingsOnScreen()
+    {
+        QFETCH(QList<QSize>, sent);
+        QFETCH(bool, oneByOne);
+        QFETCH(QList<QSize>, shown);
+        const QString visit = startSession();
+        QVERIFY(!visit.isEmpty());
+        const auto onScreen = [this] {
+            QList<QSize> sizes;
+            for (const auto *view : window.findChildren<PassthroughUIImageView *>())
+                sizes.append(view->pixmap().size());
+            return sizes;
+        };
+        QByteArray burst;
+        for (const QSize &size : sent) {
+            if (!oneByOne) {
+                burst += (burst.isEmpty() ? "" : ",") + drawing(size);
+                continue;
+            }
+            QVERIFY(service.queueCommand(visit, drawing(size)));
+            QTRY_VERIFY(onScreen().endsWith(size));
+        }
+        if (!oneByOne)
+            service.queueRawCommand(visit, '[' + burst + ']');
+        QTRY_VERIFY(log.contains(u"Handle message: "_s));
+        QTRY_COMPARE(resolve<BidirectionalMessageHandler>()->pendingCommands(), 0);
+        QCOMPARE(onScreen(), shown);
+        QCOMPARE(log.contains(u"[WARNING] BidirectionalMessageHandler: Drawing refused: 721x1280 "
+                              u"image is larger than the 720x1280 window"_s),
+                 shown.isEmpty());
+    }
+
+    void sessionCommandsTogether_data()
+    {
+        QTest::addColumn<QByteArray>("reply");
+        QTest::addColumn<int>("inits");
+        const QByteArray start = R"({"co": {"s": true}})", stop = R"({"a": "c"})";
+        // Each start runs an init of its own: a reply of starts floods the service.
+        QTest::newRow("a thousand starts start once") << together(start, 1000) << 1;
+        // The stop must end what the start began, not leave it to come up afterwards.
+        QTest::newRow("start, then stop") << '[' + start + ',' + stop + ']' << 0;
+        // Merging must not swallow the start that follows a stop: that is a restart.
+        QTest::newRow("stop, then starts") << '[' + stop + ',' + together(start, 3).mid(1) << 1;
+    }
+    void sessionCommandsTogether()
+    {
+        QFETCH(QByteArray, reply);
+        QFETCH(int, inits);
+        const QString visit = startSession();
+        QVERIFY(!visit.isEmpty());
+        service.clearRequests();
+        service.queueRawCommand(visit, reply);
+        QTRY_VERIFY(log.contains(u"Handle message: "_s));
+        QTRY_COMPARE(resolve<BidirectionalMessageHandler>()->pendingCommands(), 0);
+        QTRY_COMPARE(service.requests(initPath).size(), inits);
+        QTest::qWait(1000); // no init follows
+        QCOMPARE(service.requests(initPath).size(), inits);
+    }
+
+    void manyTaps()
+    {
+        const QString visit = startSession();
+        QVERIFY(!visit.isEmpty());
+        // 90 000 taps off the window, then 10 000 on the button: only the newest 10 000 wait.
+        const QByteArray off = R"({"x": -1, "y": -1})", on = R"({"x": 50, "y": 50})";
+        const int kept = int(AgentCommandQueue::MaxCommands);
+        int clicks = 0;
+        int clicksAtNextTurn = -1;
+        QObject counting; // its connections end with this case
+        connect(m_button, &QPushButton::clicked, &counting, [&] {
+            if (++clicks == 1)
+                QMetaObject::invokeMethod(
+                    &counting, [&] { clicksAtNextTurn = clicks; }, Qt::QueuedConnection);
+        });
+        service.queueRawCommand(visit, together(off, 100000 - kept).chopped(1) + ',' +
+                                           together(on, kept).mid(1));
+        QTRY_COMPARE_WITH_TIMEOUT(clicks, kept, patience);
+        QTRY_VERIFY(clicksAtNextTurn > 0);
+        // The event loop turned while the taps were worked off, not once they were all done.
+        QVERIFY2(clicksAtNextTurn < kept, qPrintable(QString::number(clicksAtNextTurn)));
+        QTRY_VERIFY(log.contains(u"Dropped the oldest 90000 taps: over 10000 agent commands "
+                                 u"were waiting"_s));
+        QVERIFY(!log.contains(u"View not found"_s));
+    }
+
+    // The rules of what waits, command by command, in the letters of letters().
+    void commandQueue_data()
+    {
+        QTest::addColumn<QString>("arriving");
+        QTest::addColumn<QString>("waiting");
+        const QString taps = QString(AgentCommandQueue::MaxCommands, u't');
+        // A stop must take away the start before it, and only that.
+        QTest::newRow("stop after start") << u"tsct"_s << u"tct"_s;
+        // A restart is a stop and a start: both stay, in their order, however often repeated.
+        QTest::newRow("restarts") << u"cscscs"_s << u"cs"_s;
+        // Over the limit a waiting start, drawing or opt-in must stay; the oldest tap goes.
+        QTest::newRow("full of taps") << u"sdo"_s + taps + u't' << u"sdo"_s + taps.mid(3);
+    }
+    void commandQueue()
+    {
+        QFETCH(QString, arriving);
+        QFETCH(QString, waiting);
+        AgentCommandQueue queue;
+        for (const QChar letter : arriving) {
+            BidirectionalMessage m;
+            switch (letter.unicode()) {
+            case u's':
+                m.start = true;
+                break;
+            case u'c':
+                m.stop = true;
+                break;
+            case u'd':
+                m.drawing = QByteArray("x");
+                break;
+            case u'o':
+                m.optIn = true;
+                break;
+            default:
+                m.click = BidirectionalMessage::Click{1, 2};
+            }
+            queue.push(m);
+        }
+        QString left;
+        while (!queue.isEmpty())
+            left += letters(queue.takeFront());
+        QCOMPARE(left, waiting);
     }
 
     void activeUser_data()
