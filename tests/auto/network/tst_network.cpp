@@ -351,6 +351,25 @@ private Q_SLOTS:
         QVERIFY(!f.sender.isConnectionLost());
     }
 
+    void xhrLongReply()
+    {
+        // One reply of 20 000 taps is read across turns of the event loop, in order.
+        Xhr f;
+        const int taps = 20000;
+        QByteArray body = "[";
+        for (int i = 0; i < taps; ++i)
+            body += (i ? ",\"[{\\\"x\\\":"_ba : "\"[{\\\"x\\\":"_ba) + QByteArray::number(i) +
+                    ",\\\"y\\\":1}]\""_ba;
+        body += "]";
+        QVERIFY(f.sender.processReply(body));
+        QVERIFY(f.sender.hasPendingCommands());
+        QVERIFY(!f.commands.isEmpty() && f.commands.size() < taps);
+        QTRY_COMPARE(f.commands.size(), taps);
+        for (int i = 0; i < taps; ++i)
+            QCOMPARE(f.commands.at(i).click->x, i);
+        QVERIFY(!f.sender.hasPendingCommands());
+    }
+
     void xhrOutage()
     {
         Xhr f;

@@ -7,6 +7,7 @@
 #include "Network/Bidirectional/BidirectionalMessageParser.h"
 #include "Network/Xhr/XhrSender.h"
 
+#include <QElapsedTimer>
 #include <QPointer>
 
 #include <utility>
@@ -59,6 +60,8 @@ XhrMessageSender::XhrMessageSender(ApplicationConfigWrapper *applicationConfig,
     connect(&m_flushTimer, &QTimer::timeout, this, &XhrMessageSender::flushQueue);
     m_retryTimer.setSingleShot(true);
     connect(&m_retryTimer, &QTimer::timeout, this, &XhrMessageSender::open);
+    m_readTimer.setSingleShot(true);
+    connect(&m_readTimer, &QTimer::timeout, this, &XhrMessageSender::readPendingCommands);
 }
 
 void XhrMessageSender::start(const QString &url, Callback, Callback)
@@ -69,6 +72,7 @@ void XhrMessageSender::start(const QString &url, Callback, Callback)
     ++m_generation;
     m_retryTimer.stop();
     m_retryDelayMs = FirstRetryDelayMs;
+    m_flushWhenRead = false; // the new loop starts with the GET
     open();
 }
 
@@ -263,38 +267,75 @@ void XhrMessageSender::flushQueue()
                          // This also drops the reports queued while the POST was in flight: each
                          // cycle starts from an empty queue, as the service expects. A reply to
                          // an earlier start leaves the new loop alone.
-                         if (current) {
+                         if (current)
                              self->clearQueue();
-                             self->scheduleNextFlush();
-                         }
                          if (body && !self->processReply(*body))
                              Log::warning(u"Cannot parse message"_s);
+                         // A reply still being read holds the next flush back: the service
+                         // cannot pile up commands faster than the app carries them out.
+                         if (current) {
+                             if (self->hasPendingCommands())
+                                 self->m_flushWhenRead = true;
+                             else
+                                 self->scheduleNextFlush();
+                         }
                      });
 }
 
 bool XhrMessageSender::processReply(const QByteArray &body)
 {
-    const auto reply = JsonUtils::parse(body);
+    auto reply = JsonUtils::parse(body);
     if (!reply)
         return false;
     if (!reply->is_array())
         return true;
-    for (const Json &element : *reply) {
+    PendingReply pending;
+    for (Json &element : *reply) {
         if (!element.is_string())
-            return true;
-        const auto &text = element.get_ref<const std::string &>();
-        const auto commands = JsonUtils::parse(QByteArray(text.data(), qsizetype(text.size())));
-        if (!commands)
-            return false;
-        if (!commands->is_array())
-            return true;
-        for (const Json &command : *commands) {
-            if (!command.is_object())
-                return true;
-            m_parser->parse(command);
-        }
+            break;
+        pending.texts.push_back(std::move(element.get_ref<std::string &>()));
     }
+    if (!pending.texts.empty())
+        m_pendingReplies.push_back(std::move(pending));
+    readPendingCommands();
     return true;
+}
+
+void XhrMessageSender::readPendingCommands()
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (!m_pendingReplies.empty()) {
+        PendingReply &reply = m_pendingReplies.front();
+        if (reply.next >= reply.texts.size()) {
+            m_pendingReplies.pop_front();
+            continue;
+        }
+        if (clock.elapsed() >= SliceMs) {
+            m_readTimer.start(0);
+            return;
+        }
+        const std::string text = std::move(reply.texts[reply.next++]);
+        const auto commands = JsonUtils::parse(QByteArray(text.data(), qsizetype(text.size())));
+        // A text that is not JSON, not an array, or holds something else than an object ends
+        // its reply.
+        bool endOfReply = !commands || !commands->is_array();
+        if (!commands)
+            Log::warning(u"Cannot parse message"_s);
+        if (!endOfReply) {
+            for (const Json &command : *commands) {
+                if (!command.is_object()) {
+                    endOfReply = true;
+                    break;
+                }
+                m_parser->parse(command);
+            }
+        }
+        if (endOfReply)
+            m_pendingReplies.pop_front();
+    }
+    if (std::exchange(m_flushWhenRead, false))
+        scheduleNextFlush();
 }
 
 } // namespace VistrelKit

@@ -5,7 +5,10 @@
 #include <QList>
 #include <QTimer>
 
+#include <deque>
 #include <optional>
+#include <string>
+#include <vector>
 
 namespace VistrelKit {
 
@@ -50,11 +53,17 @@ public:
     /// The delay before the next reopening attempt.
     int retryDelayMs() const { return m_retryDelayMs; }
 
+    static constexpr int SliceMs = 5;
+    /// Whether command texts of a reply are still waiting to be read.
+    bool hasPendingCommands() const { return !m_pendingReplies.empty(); }
+
     static constexpr int FirstRetryDelayMs = 1000;
     static constexpr int MaxRetryDelayMs = 30000;
 
     /// Hands the command objects of a POST reply to the parser: a JSON array of strings, each the
-    /// JSON text of an array of objects. Returns false when the body or an element is not JSON.
+    /// JSON text of an array of objects. Returns false when the body is not JSON. The strings are
+    /// read in slices of SliceMs per turn of the event loop, the first one at once; a string that
+    /// is not JSON logs "Cannot parse message" and ends its reply.
     bool processReply(const QByteArray &body);
 
 Q_SIGNALS:
@@ -73,6 +82,7 @@ private:
     void keepNewestScreenshotOnly();
     void clearQueue();
     void reportDrops();
+    void readPendingCommands();
 
     const double m_queueSendingInterval = 0.1;
     const double m_increasedQueueSendingInterval = 0.03;
@@ -90,8 +100,18 @@ private:
     // Dropped from the queue since the last report of drops.
     qint64 m_droppedScreenshots = 0;
     qint64 m_droppedPings = 0;
+    // The command texts of replies not read yet; the next flush waits until they are, so at
+    // most one reply's worth waits.
+    struct PendingReply
+    {
+        std::vector<std::string> texts;
+        size_t next = 0;
+    };
+    std::deque<PendingReply> m_pendingReplies;
+    bool m_flushWhenRead = false;
     QTimer m_flushTimer;
     QTimer m_retryTimer;
+    QTimer m_readTimer;
 };
 
 } // namespace VistrelKit
