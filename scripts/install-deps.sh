@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs the Debian 12 packages the kit, the local service, the demo and the tests need.
+# Installs the Debian 12 packages the kit, the local service, the demo, the tests and the fuzz
+# targets need.
 set -euo pipefail
 
 packages=(
@@ -9,6 +10,9 @@ packages=(
     libgl-dev libxkbcommon-dev
     libprotobuf-dev protobuf-compiler nlohmann-json3-dev libbenchmark-dev
     chromium libnss3-tools
+    # The fuzz preset (llvm-15 for its symbolizer): clang 14 lacks the builtin that libstdc++ 12's
+    # std::source_location needs.
+    clang-15 libfuzzer-15-dev llvm-15
 )
 # The browser test runs on Node.js; a Node.js from elsewhere (with its own npm) is kept.
 command -v npm >/dev/null 2>&1 || packages+=(nodejs npm)

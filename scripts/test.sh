@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Builds the kit, the local service and the tests, then runs every test (offscreen), once in the
-# developer build and once under AddressSanitizer + UndefinedBehaviorSanitizer.
-#   scripts/test.sh            both presets, the layer check and a plain CMake build
-#   scripts/test.sh dev        one preset (dev or asan)
+# developer build and once under AddressSanitizer + UndefinedBehaviorSanitizer; then replays the
+# fuzz targets' corpora in the fuzz build.
+#   scripts/test.sh            the three presets, the layer check and a plain CMake build
+#   scripts/test.sh dev        one preset (dev, asan or fuzz)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -27,7 +28,7 @@ if [ $# -eq 0 ]; then
     grep -q "VistrelKit::OrvaneConference::join" <<<"$conference"
 
 fi
-presets=("${@:-dev asan}")
+presets=("${@:-dev asan fuzz}")
 for preset in ${presets[@]}; do
     echo "=== preset $preset"
     cmake --preset "$preset"

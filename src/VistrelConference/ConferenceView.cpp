@@ -15,10 +15,12 @@ using namespace Qt::StringLiterals;
 namespace VistrelKit {
 
 namespace {
-// A JSON text that is safe inside an inline script: "</script>" cannot end it.
+// A JSON text that is safe inside an inline script: neither "</script>" nor "<!--" (after which
+// the browser reads "<script" and "</script>" differently) can come from it. In JSON text "<" only
+// occurs inside strings, where the escape means the same.
 QString scriptJson(const Json &value)
 {
-    return JsonUtils::dumpText(value).replace(u"</"_s, u"<\\/"_s);
+    return JsonUtils::dumpText(value).replace(u'<', u"\\u003c"_s);
 }
 } // namespace
 

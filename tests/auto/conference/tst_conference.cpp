@@ -115,6 +115,30 @@ private Q_SLOTS:
             QCOMPARE(settings.value().subject(), subject);
     }
 
+    void hostPageScripts_data()
+    {
+        QTest::addColumn<QString>("text"); // from the service or the host
+        QTest::newRow("a script end") << u"</script><script>alert(1)</script>"_s;
+        // After "<!--", "<script" makes the browser skip the next "</script>".
+        QTest::newRow("a comment start") << u"<!--<script>"_s;
+    }
+    void hostPageScripts()
+    {
+        QFETCH(QString, text);
+        ConferenceView::Options options;
+        options.serverUrl = QUrl(u"https://m.example/"_s);
+        options.room = text;
+        options.token = text;
+        options.displayName = text;
+        options.email = text;
+        options.subject = text;
+        const QString page = ConferenceView::hostPage(options);
+        // The page's own three scripts, and nothing the text could open or close.
+        QCOMPARE(page.count(u"<script"_s), 3);
+        QCOMPARE(page.count(u"</script"_s), 3);
+        QVERIFY(!page.contains(u"<!--"_s));
+    }
+
     void join()
     {
         const VisitConfig before = m_wrapper.config().visitConfig;

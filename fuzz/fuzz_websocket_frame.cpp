@@ -1,0 +1,34 @@
+// A text frame on the WebSocket transport: one agent command object as JSON text. The socket
+// hands the frame over as text, so invalid UTF-8 never reaches the sender.
+#include "FuzzEnvironment.h"
+
+#include "Api/HttpUtil.h"
+#include "Config/ApplicationConfigWrapper.h"
+#include "Network/Bidirectional/BidirectionalMessageParser.h"
+#include "Network/WebSocket/WebSocketMessageSender.h"
+
+using namespace VistrelKit;
+
+namespace {
+WebSocketMessageSender *sender;
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
+    FuzzEnvironment::silenceLog();
+    FuzzEnvironment::application();
+    auto *config = new ApplicationConfigWrapper;
+    auto *http = new HttpUtil(config);
+    auto *parser = new BidirectionalMessageParser;
+    // The command handler's first step: the command as its log line shows it.
+    QObject::connect(parser, &BidirectionalMessageParser::messageReceived,
+                     [](const BidirectionalMessage &message) { (void)message.toString(); });
+    sender = new WebSocketMessageSender(config, nullptr, nullptr, http, parser);
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    sender->handleText(QString::fromUtf8(reinterpret_cast<const char *>(data), qsizetype(size)));
+    return 0;
+}
