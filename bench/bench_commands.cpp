@@ -224,15 +224,21 @@ int runCase(const Case &c, int argc, char **argv)
         return 1;
     qint64 refused = 0;
     bool frameRefused = false;
+    qint64 framesDropped = 0;
     Log::setHandler([&](const QString &, const QString &, const QString &message) {
         if (message.contains(u"a message from the service was larger than"_s))
             frameRefused = true;
-        if (!message.contains(u"Drawing refused"_s))
-            return;
         // The log passes a line repeated within one turn on once, then says how often it came.
         static const QRegularExpression repeated(u"^\\(repeated (\\d+|once) more"_s);
         const QRegularExpressionMatch match = repeated.match(message);
-        refused += !match.hasMatch() ? 1 : qMax(1, match.captured(1).toInt());
+        const qint64 times = !match.hasMatch() ? 1 : qMax(1, match.captured(1).toInt());
+        // Frames that came faster than they could be read, over the transport's bound.
+        static const QRegularExpression dropped(u"Dropped the oldest (\\d+) messages"_s);
+        const QRegularExpressionMatch drop = dropped.match(message);
+        if (drop.hasMatch())
+            framesDropped += times * drop.captured(1).toLongLong();
+        if (message.contains(u"Drawing refused"_s))
+            refused += times;
     });
     Orvane::initConfig(u"tenant-1"_s, u"token-1"_s);
     QWidget window;
@@ -283,7 +289,9 @@ int runCase(const Case &c, int argc, char **argv)
         clock.start();
         webSocket->start(u"Bench"_s, nullptr, nullptr);
         done = [&] {
-            return (name == "ws-huge-frame" ? frameRefused : received == c.commands) && idle();
+            return (name == "ws-huge-frame" ? frameRefused
+                                            : received + framesDropped == c.commands) &&
+                   idle();
         };
     } else {
         clock.start();
@@ -307,14 +315,16 @@ int runCase(const Case &c, int argc, char **argv)
 
     const auto overlays = window.findChildren<PassthroughUIImageView *>().size();
     const auto dialogs = window.findChildren<QMessageBox *>().size();
-    QString notes = u"%1 received (%2 in the stall), %3 overlays, %4 refused, %5 dialogs, "
-                    u"%6 clicks%7"_s.arg(received)
-                        .arg(arrivedInStall)
-                        .arg(overlays)
-                        .arg(refused)
-                        .arg(dialogs)
-                        .arg(clicks)
-                        .arg(frameRefused ? u", frame refused"_s : QString());
+    QString notes =
+        u"%1 received (%2 in the stall), %3 overlays, %4 refused, %5 dialogs, "
+        u"%6 clicks%7%8"_s.arg(received)
+            .arg(arrivedInStall)
+            .arg(overlays)
+            .arg(refused)
+            .arg(dialogs)
+            .arg(clicks)
+            .arg(frameRefused ? u", frame refused"_s : QString())
+            .arg(framesDropped ? u", %1 frames dropped unread"_s.arg(framesDropped) : QString());
     if (!finished)
         notes.prepend(u"UNFINISHED; "_s);
     std::printf("RESULT\t%lld\t%.1f\t%.1f\t%.1f\t%s\n", peakKiB, totalMs, readMs, stallMs,

@@ -7,6 +7,8 @@
 #include "Network/Bidirectional/BidirectionalMessageParser.h"
 #include "Network/WebSocket/WebSocketMessageSender.h"
 
+#include <QCoreApplication>
+
 using namespace VistrelKit;
 
 namespace {
@@ -30,5 +32,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     sender->handleText(QString::fromUtf8(reinterpret_cast<const char *>(data), qsizetype(size)));
+    // The turn ends: frames left for the next one are read too.
+    QCoreApplication::processEvents();
     return 0;
 }

@@ -492,6 +492,34 @@ private Q_SLOTS:
         QCOMPARE(f.send(u"after stop"_s), senderClosed);
     }
 
+    void webSocketFlood()
+    {
+        WebSocket f;
+        const auto burst = [&f](int taps) {
+            for (int i = 0; i < taps; ++i)
+                f.sender.handleText(u"{\"x\":%1,\"y\":1}"_s.arg(i));
+        };
+        // Frames delivered in one go are read across turns of the event loop, in order.
+        const int taps = 20000;
+        burst(taps);
+        QVERIFY(f.sender.pendingFrames() > 0);
+        QTRY_COMPARE(f.commands.size(), taps);
+        for (int i = 0; i < taps; ++i)
+            QCOMPARE(f.commands.at(i).click->x, i);
+
+        // What waits is bounded: frames over the bound push the oldest waiting ones out.
+        f.commands.clear();
+        burst(taps);
+        const qsizetype readAtOnce = f.commands.size();
+        for (int i = 0; i < 8; ++i)
+            f.sender.handleText(QString(3 * 1024 * 1024, u'x'));
+        QTRY_COMPARE(f.sender.pendingFrames(), 0);
+        QCOMPARE(f.commands.size(), readAtOnce);
+        QCOMPARE(f.log.count(u"Dropped the oldest %1 messages: over 16777216 bytes"_s.arg(
+                     taps - readAtOnce + 6)),
+                 1);
+    }
+
     void webSocketStopCancelsReconnect()
     {
         WebSocket f;

@@ -38,6 +38,8 @@ WebSocketMessageSender::WebSocketMessageSender(ApplicationConfigWrapper *applica
     m_connectTimer.setSingleShot(true);
     m_connectTimer.setInterval(HttpUtil::TimeoutMs);
     connect(&m_connectTimer, &QTimer::timeout, this, &WebSocketMessageSender::onConnectTimeout);
+    m_readTimer.setSingleShot(true);
+    connect(&m_readTimer, &QTimer::timeout, this, &WebSocketMessageSender::readPendingFrames);
 }
 
 WebSocketMessageSender::~WebSocketMessageSender()
@@ -198,6 +200,45 @@ void WebSocketMessageSender::onConnectTimeout()
 }
 
 void WebSocketMessageSender::handleText(const QString &text)
+{
+    // Qt hands over every frame of a read at once: a flood is read a slice per turn.
+    m_pendingFrames.push_back(text);
+    m_pendingBytes += text.size() * qsizetype(sizeof(QChar));
+    while (m_pendingBytes > MaxPendingBytes && m_pendingFrames.size() > 1) {
+        m_pendingBytes -= m_pendingFrames.front().size() * qsizetype(sizeof(QChar));
+        m_pendingFrames.pop_front();
+        ++m_droppedFrames;
+    }
+    if (!m_readTimer.isActive())
+        readPendingFrames();
+}
+
+void WebSocketMessageSender::readPendingFrames()
+{
+    if (!m_turnClock.isValid()) {
+        m_turnClock.start();
+        QMetaObject::invokeMethod(
+            this, [this] { m_turnClock.invalidate(); }, Qt::QueuedConnection);
+    }
+    while (!m_pendingFrames.empty()) {
+        if (m_turnClock.elapsed() >= SliceMs) {
+            m_readTimer.start(0);
+            return;
+        }
+        const QString text = std::move(m_pendingFrames.front());
+        m_pendingFrames.pop_front();
+        m_pendingBytes -= text.size() * qsizetype(sizeof(QChar));
+        readFrame(text);
+    }
+    if (m_droppedFrames > 0) {
+        Log::warning(u"Dropped the oldest %1 messages: over %2 bytes of them were waiting"_s
+                         .arg(m_droppedFrames)
+                         .arg(MaxPendingBytes));
+        m_droppedFrames = 0;
+    }
+}
+
+void WebSocketMessageSender::readFrame(const QString &text)
 {
     const auto value = JsonUtils::parse(text.toUtf8());
     if (!value) {

@@ -2,10 +2,12 @@
 
 #include "Network/MessageSender.h"
 
+#include <QElapsedTimer>
 #include <QNetworkRequest>
 #include <QTimer>
 #include <QWebSocket>
 
+#include <deque>
 #include <memory>
 
 namespace VistrelKit {
@@ -42,14 +44,22 @@ public:
     void setConnectTimeout(int milliseconds) { m_connectTimer.setInterval(milliseconds); }
     QWebSocket *socket() const { return m_socket.get(); }
 
-    /// Handles one text frame from the service.
+    /// Handles one text frame from the service. Frames are read as they come until a turn of the
+    /// event loop has spent SliceMs on them; the rest wait for the next turns (at most
+    /// MaxPendingBytes of them: over it the oldest go, counted and logged).
     void handleText(const QString &text);
+    qsizetype pendingFrames() const { return qsizetype(m_pendingFrames.size()); }
+
+    static constexpr int SliceMs = 5;
+    static constexpr qsizetype MaxPendingBytes = 16 * 1024 * 1024;
 
 private:
     void open();
     void onConnected();
     void onDisconnected();
     void onConnectTimeout();
+    void readPendingFrames();
+    void readFrame(const QString &text);
 
     const QString m_urlTemplate;
     HttpUtil *m_httpUtil;
@@ -63,6 +73,13 @@ private:
     bool m_wasSuccessfulOnce = false;
     bool m_closingByUs = false;
     bool m_timedOut = false;
+    // Frames the service sent faster than this turn could read them.
+    std::deque<QString> m_pendingFrames;
+    qsizetype m_pendingBytes = 0;
+    qint64 m_droppedFrames = 0;
+    // Runs from the first frame read in a turn of the event loop until that turn ends.
+    QElapsedTimer m_turnClock;
+    QTimer m_readTimer;
 };
 
 } // namespace VistrelKit
