@@ -10,6 +10,8 @@
 #include <QElapsedTimer>
 #include <QPointer>
 
+#include <algorithm>
+
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -145,32 +147,9 @@ void XhrMessageSender::send(const QString &, const ProtoMessage &message,
 void XhrMessageSender::enforceBudget()
 {
     // Oldest first: screenshots (never the newest), then pings; what the user did stays.
-    const auto drop = [this](auto isDroppable, qint64 &counter) {
-        const qsizetype newestScreenshot = [this] {
-            for (qsizetype i = m_queue.size() - 1; i >= 0; --i) {
-                if (isScreenshot(m_queue.at(i)))
-                    return i;
-            }
-            return qsizetype(-1);
-        }();
-        qsizetype kept = 0;
-        for (qsizetype i = 0; i < m_queue.size(); ++i) {
-            const ProtoMessage &report = m_queue.at(i);
-            if (m_queueBytes > visitSizeThreshold() && i != newestScreenshot &&
-                isDroppable(report)) {
-                m_queueBytes -= qint64(report.ByteSizeLong());
-                ++counter;
-                continue;
-            }
-            if (kept != i)
-                m_queue[kept] = std::move(m_queue[i]);
-            ++kept;
-        }
-        m_queue.resize(kept);
-    };
     const bool firstDrop = m_droppedScreenshots == 0 && m_droppedPings == 0;
-    drop(isScreenshot, m_droppedScreenshots);
-    drop(isPing, m_droppedPings);
+    dropOldest(isScreenshot, m_droppedScreenshots, true);
+    dropOldest(isPing, m_droppedPings, true);
     if (firstDrop && (m_droppedScreenshots > 0 || m_droppedPings > 0)) {
         Log::warning(u"Reports held over %1 bytes: the oldest screenshots are dropped"_s.arg(
             visitSizeThreshold()));
@@ -179,20 +158,26 @@ void XhrMessageSender::enforceBudget()
 
 void XhrMessageSender::keepNewestScreenshotOnly()
 {
-    bool newestSeen = false;
-    qsizetype kept = m_queue.size();
-    for (qsizetype i = m_queue.size() - 1; i >= 0; --i) {
-        ProtoMessage &report = m_queue[i];
-        if (isScreenshot(report) && std::exchange(newestSeen, true)) {
+    dropOldest(isScreenshot, m_droppedScreenshots, false);
+}
+
+void XhrMessageSender::dropOldest(bool (*droppable)(const ProtoMessage &), qint64 &counter,
+                                  bool whileOverBudget)
+{
+    const auto newest = std::find_if(m_queue.crbegin(), m_queue.crend(), isScreenshot);
+    const qsizetype newestScreenshot = m_queue.crend() - newest - 1; // -1: none
+    qsizetype index = 0;
+    // removeIf visits the reports in order, oldest first.
+    m_queue.removeIf([&](const ProtoMessage &report) {
+        const bool newest = index++ == newestScreenshot;
+        const bool drop = (!whileOverBudget || m_queueBytes > visitSizeThreshold()) && !newest &&
+                          droppable(report);
+        if (drop) {
             m_queueBytes -= qint64(report.ByteSizeLong());
-            ++m_droppedScreenshots;
-            continue;
+            ++counter;
         }
-        --kept;
-        if (kept != i)
-            m_queue[kept] = std::move(report);
-    }
-    m_queue.remove(0, kept);
+        return drop;
+    });
 }
 
 void XhrMessageSender::clearQueue()

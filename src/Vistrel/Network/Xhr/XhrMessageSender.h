@@ -80,6 +80,9 @@ private:
     void scheduleNextFlush();
     void enforceBudget();
     void keepNewestScreenshotOnly();
+    /// Drops, oldest first, the reports droppable() accepts (never the newest screenshot), all of
+    /// them or only while the queue is over budget, counting them in counter.
+    void dropOldest(bool (*droppable)(const ProtoMessage &), qint64 &counter, bool whileOverBudget);
     void clearQueue();
     void reportDrops();
     void readPendingCommands();
