@@ -11,6 +11,10 @@ class VISTREL_PRIVATE_EXPORT MainQueue
 {
 public:
     static void async(std::function<void()> work);
+
+    /// How long work that yields to the event loop (a flood of agent commands, a long reply, a
+    /// burst of frames) may run in one turn, so the app stays responsive.
+    static constexpr int SliceMs = 5;
 };
 
 } // namespace VistrelKit

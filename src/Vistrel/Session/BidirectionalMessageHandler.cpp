@@ -4,6 +4,7 @@
 #include "Config/ApplicationConfigWrapper.h"
 #include "Config/IdUtils.h"
 #include "Core/Log.h"
+#include "Core/MainQueue.h"
 #include "Session/CoBrowsing.h"
 #include "Session/Vistrel.h"
 #include "Widgets/ClickUtil.h"
@@ -51,7 +52,7 @@ void BidirectionalMessageHandler::workOff()
     if (m_working)
         return; // the slice under way goes on once the nested event loop is done
     m_working = true;
-    const QDeadlineTimer slice(SliceMs, Qt::PreciseTimer);
+    const QDeadlineTimer slice(MainQueue::SliceMs, Qt::PreciseTimer);
     while (!m_queue.isEmpty() && !slice.hasExpired()) {
         if (m_queue.front().click && !ViewUtils::topViewController()) {
             // A tap waits for a window to land on, and the commands behind it keep their order.

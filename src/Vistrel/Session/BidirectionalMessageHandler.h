@@ -24,9 +24,9 @@ class Vistrel;
 ///
 /// A service can send any number of commands at once, so the handler keeps what it does
 /// bounded: commands wait in an AgentCommandQueue (its rules say what is merged or dropped) and
-/// are carried out in arrival order, in slices of SliceMs per turn of the event loop, so the app
-/// stays responsive; at most MaxDrawings drawings are on screen, and one opt-in dialog. What a
-/// burst dropped is logged once, when the queue has run empty.
+/// are carried out in arrival order, in slices of MainQueue::SliceMs per turn of the event loop, so
+/// the app stays responsive; at most MaxDrawings drawings are on screen, and one opt-in dialog.
+/// What a burst dropped is logged once, when the queue has run empty.
 class VISTREL_AUTOTEST_EXPORT BidirectionalMessageHandler : public QObject
 {
     Q_OBJECT
@@ -48,7 +48,6 @@ public:
 
     static constexpr qsizetype MaxDrawings = AgentCommandQueue::MaxDrawings;
     /// Longest run of commands between two turns of the event loop.
-    static constexpr int SliceMs = 5;
 
 private:
     void workOff();

@@ -221,7 +221,7 @@ void WebSocketMessageSender::readPendingFrames()
             this, [this] { m_turnClock.invalidate(); }, Qt::QueuedConnection);
     }
     while (!m_pendingFrames.empty()) {
-        if (m_turnClock.elapsed() >= SliceMs) {
+        if (m_turnClock.elapsed() >= MainQueue::SliceMs) {
             m_readTimer.start(0);
             return;
         }

@@ -45,12 +45,11 @@ public:
     QWebSocket *socket() const { return m_socket.get(); }
 
     /// Handles one text frame from the service. Frames are read as they come until a turn of the
-    /// event loop has spent SliceMs on them; the rest wait for the next turns (at most
+    /// event loop has spent MainQueue::SliceMs on them; the rest wait for the next turns (at most
     /// MaxPendingBytes of them: over it the oldest go, counted and logged).
     void handleText(const QString &text);
     qsizetype pendingFrames() const { return qsizetype(m_pendingFrames.size()); }
 
-    static constexpr int SliceMs = 5;
     static constexpr qsizetype MaxPendingBytes = 16 * 1024 * 1024;
 
 private:

@@ -4,10 +4,11 @@
 #include "Config/ApplicationConfigWrapper.h"
 #include "Core/JsonUtils.h"
 #include "Core/Log.h"
+#include "Core/MainQueue.h"
 #include "Network/Bidirectional/BidirectionalMessageParser.h"
 #include "Network/Xhr/XhrSender.h"
 
-#include <QElapsedTimer>
+#include <QDeadlineTimer>
 #include <QPointer>
 
 #include <algorithm>
@@ -288,15 +289,14 @@ bool XhrMessageSender::processReply(const QByteArray &body)
 
 void XhrMessageSender::readPendingCommands()
 {
-    QElapsedTimer clock;
-    clock.start();
+    const QDeadlineTimer slice(MainQueue::SliceMs, Qt::PreciseTimer);
     while (!m_pendingReplies.empty()) {
         PendingReply &reply = m_pendingReplies.front();
         if (reply.next >= reply.texts.size()) {
             m_pendingReplies.pop_front();
             continue;
         }
-        if (clock.elapsed() >= SliceMs) {
+        if (slice.hasExpired()) {
             m_readTimer.start(0);
             return;
         }

@@ -53,7 +53,6 @@ public:
     /// The delay before the next reopening attempt.
     int retryDelayMs() const { return m_retryDelayMs; }
 
-    static constexpr int SliceMs = 5;
     /// Whether command texts of a reply are still waiting to be read.
     bool hasPendingCommands() const { return !m_pendingReplies.empty(); }
 
@@ -62,8 +61,8 @@ public:
 
     /// Hands the command objects of a POST reply to the parser: a JSON array of strings, each the
     /// JSON text of an array of objects. Returns false when the body is not JSON. The strings are
-    /// read in slices of SliceMs per turn of the event loop, the first one at once; a string that
-    /// is not JSON logs "Cannot parse message" and ends its reply.
+    /// read in slices of MainQueue::SliceMs per turn of the event loop, the first one at once; a
+    /// string that is not JSON logs "Cannot parse message" and ends its reply.
     bool processReply(const QByteArray &body);
 
 Q_SIGNALS:
