@@ -56,6 +56,11 @@ Burst &burst()
     return instance;
 }
 
+QString formatted(const QString &level, const QString &source, const QString &message)
+{
+    return u'[' + level + u"] "_s + source + u": "_s + message;
+}
+
 void write(const QString &level, const QString &source, const QString &message, const QString &line)
 {
     if (handler()) {
@@ -87,8 +92,7 @@ void endTurn()
         if (entry.message.size() > QuotedLength)
             quoted += u"…"_s;
         const QString message = u"(repeated "_s + times + u": "_s + quoted + u')';
-        write(entry.level, entry.source, message,
-              u'[' + entry.level + u"] "_s + entry.source + u": "_s + message);
+        write(entry.level, entry.source, message, formatted(entry.level, entry.source, message));
     }
 }
 } // namespace
@@ -135,7 +139,7 @@ void Log::log(const QString &level, const QString &rawMessage, std::source_locat
 {
     const QString message = oneLine(rawMessage);
     const QString source = sourceName(where.file_name());
-    const QString line = formatLine(level, message, where.file_name());
+    const QString line = formatted(level, source, message);
     const QCoreApplication *application = QCoreApplication::instance();
     // Turns are only known on the thread of the event loop, while it runs: before exec() (and in
     // code driven by processEvents()) every line passes.
@@ -161,7 +165,7 @@ void Log::log(const QString &level, const QString &rawMessage, std::source_locat
 
 QString Log::formatLine(const QString &level, const QString &message, const char *file)
 {
-    return u'[' + level + u"] "_s + sourceName(file) + u": "_s + message;
+    return formatted(level, sourceName(file), message);
 }
 
 QString Log::sourceName(const char *file)
