@@ -9,12 +9,10 @@
 //   HOME=/tmp/tls/home VISTREL_TEST_TLS_DIR=/tmp/tls build/release/bench/bench_conference
 #include "Api/HttpUtil.h"
 #include "Api/OrvaneAPI.h"
+#include "BenchService.h"
 #include "Communication/Communication.h"
 #include "Conference.h"
 #include "Config/ApplicationConfigWrapper.h"
-#include "Config/ServiceHost.h"
-#include "KitConfigFile.h"
-#include "LocalService.h"
 #include "ProcessMemory.h"
 
 #include <QApplication>
@@ -35,17 +33,11 @@ int main(int argc, char *argv[])
     qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
     QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
     QApplication app(argc, argv);
-    VistrelService::LocalService service;
-    if (!service.start() ||
-        !service.startTlsFromDirectory(qEnvironmentVariable("VISTREL_TEST_TLS_DIR"))) {
-        std::fprintf(stderr, "cannot start the local service with TLS (VISTREL_TEST_TLS_DIR?)\n");
+    BenchService bench;
+    if (!bench.start(qEnvironmentVariable("VISTREL_TEST_TLS_DIR")))
         return 1;
-    }
-    QTemporaryDir dir;
-    if (!useKitConfigFile(dir, service.hostAndPort()))
-        return 1;
-    ServiceHost host;
-    host.setServer(service.hostAndPort());
+    VistrelService::LocalService &service = bench.service;
+    ServiceHost &host = bench.host;
     ApplicationConfigWrapper wrapper;
     wrapper.config().tenantId = u"tenant"_s;
     HttpUtil http(&wrapper);

@@ -6,10 +6,8 @@
 #include "Api/HttpUtil.h"
 #include "Api/InitSender.h"
 #include "Api/OrvaneAPI.h"
+#include "BenchService.h"
 #include "Config/ApplicationConfigWrapper.h"
-#include "Config/ServiceHost.h"
-#include "KitConfigFile.h"
-#include "LocalService.h"
 #include "Network/Bidirectional/BidirectionalMessageParser.h"
 #include "Network/Xhr/XhrMessageSender.h"
 #include "ProcessMemory.h"
@@ -68,16 +66,11 @@ void print(const char *what, double kit, double baseline, const char *unit)
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
-    VistrelService::LocalService service;
-    if (!service.start()) {
-        std::fprintf(stderr, "cannot start the local service\n");
+    BenchService bench;
+    if (!bench.start())
         return 1;
-    }
-    QTemporaryDir dir;
-    if (!useKitConfigFile(dir, service.hostAndPort()))
-        return 1;
-    ServiceHost host;
-    host.setServer(service.hostAndPort());
+    VistrelService::LocalService &service = bench.service;
+    ServiceHost &host = bench.host;
     ApplicationConfigWrapper wrapper;
     wrapper.config().tenantId = u"tenant"_s;
     wrapper.newVisit(std::nullopt);

@@ -5,10 +5,8 @@
 // messages.
 #include "Api/HttpUtil.h"
 #include "Api/OrvaneAPI.h"
+#include "BenchService.h"
 #include "Config/ApplicationConfigWrapper.h"
-#include "Config/ServiceHost.h"
-#include "KitConfigFile.h"
-#include "LocalService.h"
 #include "ProcessMemory.h"
 #include "WebChat/ChatPage.h"
 #include "WebChat/ChatView.h"
@@ -50,16 +48,10 @@ int main(int argc, char *argv[])
     qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
     QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
     QApplication app(argc, argv);
-    VistrelService::LocalService service;
-    if (!service.start()) {
-        std::fprintf(stderr, "cannot start the local service\n");
+    BenchService bench;
+    if (!bench.start())
         return 1;
-    }
-    QTemporaryDir dir;
-    if (!useKitConfigFile(dir, service.hostAndPort()))
-        return 1;
-    ServiceHost host;
-    host.setServer(service.hostAndPort());
+    ServiceHost &host = bench.host;
     ApplicationConfigWrapper wrapper;
     wrapper.config().tenantId = u"tenant"_s;
     wrapper.config().activeUserTag.emplace().id = u"visitor"_s;
