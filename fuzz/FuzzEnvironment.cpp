@@ -1,6 +1,9 @@
 #include "FuzzEnvironment.h"
 
+#include "Api/HttpUtil.h"
+#include "Config/ApplicationConfigWrapper.h"
 #include "Core/Log.h"
+#include "Network/Bidirectional/BidirectionalMessageParser.h"
 
 #include <QApplication>
 
@@ -22,6 +25,15 @@ QApplication *FuzzEnvironment::application()
     static char name[] = "vistrel-fuzz";
     static char *argv[] = {name, nullptr};
     return new QApplication(argc, argv);
+}
+
+FuzzEnvironment::TransportParts FuzzEnvironment::transportParts()
+{
+    auto *config = new ApplicationConfigWrapper;
+    auto *parser = new BidirectionalMessageParser;
+    QObject::connect(parser, &BidirectionalMessageParser::messageReceived,
+                     [](const BidirectionalMessage &message) { (void)message.toString(); });
+    return {config, new HttpUtil(config), parser};
 }
 
 QByteArray FuzzEnvironment::bytes(const uint8_t *data, size_t size)

@@ -2,9 +2,6 @@
 // of an array of agent command objects, handed to the command parser as the transport does.
 #include "FuzzEnvironment.h"
 
-#include "Api/HttpUtil.h"
-#include "Config/ApplicationConfigWrapper.h"
-#include "Network/Bidirectional/BidirectionalMessageParser.h"
 #include "Network/Xhr/XhrMessageSender.h"
 
 using namespace VistrelKit;
@@ -17,13 +14,8 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {
     FuzzEnvironment::silenceLog();
     FuzzEnvironment::application();
-    auto *config = new ApplicationConfigWrapper;
-    auto *http = new HttpUtil(config);
-    auto *parser = new BidirectionalMessageParser;
-    // The command handler's first step: the command as its log line shows it.
-    QObject::connect(parser, &BidirectionalMessageParser::messageReceived,
-                     [](const BidirectionalMessage &message) { (void)message.toString(); });
-    sender = new XhrMessageSender(config, nullptr, nullptr, http, parser);
+    const FuzzEnvironment::TransportParts parts = FuzzEnvironment::transportParts();
+    sender = new XhrMessageSender(parts.config, nullptr, nullptr, parts.http, parts.parser);
     return 0;
 }
 

@@ -2,9 +2,6 @@
 // hands the frame over as text, so invalid UTF-8 never reaches the sender.
 #include "FuzzEnvironment.h"
 
-#include "Api/HttpUtil.h"
-#include "Config/ApplicationConfigWrapper.h"
-#include "Network/Bidirectional/BidirectionalMessageParser.h"
 #include "Network/WebSocket/WebSocketMessageSender.h"
 
 #include <QCoreApplication>
@@ -19,13 +16,8 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {
     FuzzEnvironment::silenceLog();
     FuzzEnvironment::application();
-    auto *config = new ApplicationConfigWrapper;
-    auto *http = new HttpUtil(config);
-    auto *parser = new BidirectionalMessageParser;
-    // The command handler's first step: the command as its log line shows it.
-    QObject::connect(parser, &BidirectionalMessageParser::messageReceived,
-                     [](const BidirectionalMessage &message) { (void)message.toString(); });
-    sender = new WebSocketMessageSender(config, nullptr, nullptr, http, parser);
+    const FuzzEnvironment::TransportParts parts = FuzzEnvironment::transportParts();
+    sender = new WebSocketMessageSender(parts.config, nullptr, nullptr, parts.http, parts.parser);
     return 0;
 }
 
