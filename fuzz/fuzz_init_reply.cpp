@@ -5,6 +5,7 @@
 #include "Api/MonitoringConfigDTO.h"
 #include "Api/OrvaneAPI.h"
 #include "Monitoring/PrivacyUtils.h"
+#include "Monitoring/ScreenCapture.h"
 
 #include <QImage>
 #include <QLineEdit>
@@ -47,8 +48,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (!again.isOk() || again.value().toJson() != encoded)
         qFatal("The init reply does not read back from its own encoding");
 
-    QImage screenshot(window->size(), QImage::Format_RGB32);
-    screenshot.fill(Qt::white);
-    PrivacyUtils::maskPrivateViews(screenshot, window, reply.value().ios);
+    // The service's lists masking a screenshot of the screen.
+    QSet<QString> warned;
+    (void)ScreenCapture::capture(window, reply.value().ios, &warned);
     return 0;
 }

@@ -5,8 +5,8 @@
 #include "Widgets/ViewUtils.h"
 
 #include <QApplication>
+#include <QLineEdit>
 #include <QMetaType>
-#include <QPainter>
 #include <QWidget>
 
 using namespace Qt::StringLiterals;
@@ -21,72 +21,85 @@ QPoint mapToRoot(QWidget *view, QWidget *root, const QPoint &point)
         return view->mapTo(root, point);
     return root->mapFromGlobal(view->mapToGlobal(point));
 }
+
+// Logs a bad entry of the service's lists once: the lists are read at every capture.
+void warnOnce(QSet<QString> *warned, const QString &key, const QString &message)
+{
+    if (warned->contains(key))
+        return;
+    warned->insert(key);
+    Log::warning(message);
+}
 } // namespace
 
-void PrivacyUtils::maskPrivateViews(QImage &image, QWidget *root, const IOSConfig &config)
+QList<QRectF> PrivacyUtils::privateRects(QWidget *root, const std::optional<IOSConfig> &config,
+                                         QSet<QString> *warned)
 {
-    QSet<int> tags;
-    for (const QString &entry : config.blacklist) {
-        bool ok = false;
-        const int tag = entry.toInt(&ok, 10);
-        if (!ok) {
-            Log::warning(u"Cannot convert tag to integer"_s);
-            continue;
+    QList<QRectF> rects;
+    if (config) {
+        QSet<int> tags;
+        for (const QString &entry : config->blacklist) {
+            bool ok = false;
+            const int tag = entry.toInt(&ok, 10);
+            if (ok)
+                tags.insert(tag);
+            else
+                warnOnce(warned, u"tag "_s + entry, u"Cannot convert tag to integer"_s);
         }
-        tags.insert(tag);
-    }
-    // One walk for all tags, however long the list, and every widget that carries one: a tag is
-    // often reused, say by the password fields of two pages of one stack.
-    if (!tags.isEmpty()) {
-        const auto views = viewsWithTags(root, tags);
-        for (QWidget *view : views)
-            maskView(view, root, image);
-    }
-    QSet<QString> classesDone;
-    for (const QString &className : config.blacklistClasses) {
-        if (!classesDone.contains(className)) {
+        // One walk for all tags, and every widget that carries one: a tag is often reused, say
+        // by the password fields of two pages of one stack.
+        if (!tags.isEmpty()) {
+            const auto tagged = shownViews(root, [&tags](const QWidget *widget) {
+                bool ok = false;
+                const int tag = widget->property(TagProperty).toInt(&ok);
+                return ok && tags.contains(tag);
+            });
+            for (QWidget *view : tagged)
+                addServiceRects(view, root, rects);
+        }
+        QSet<QString> classesDone;
+        for (const QString &className : config->blacklistClasses) {
+            if (classesDone.contains(className))
+                continue;
             classesDone.insert(className);
-            maskClass(root, className, image);
+            const QByteArray name = className.toLatin1();
+            const auto views = ViewUtils::subviews(root, name.constData());
+            // Only an empty result needs the (slower) question whether the class exists at all.
+            if (views.isEmpty() && !isKnownClass(className)) {
+                warnOnce(warned, u"class "_s + className, u"Cannot convert class name to class"_s);
+                continue;
+            }
+            for (QWidget *view : views) {
+                // A hidden view (say, on a stacked page not shown) is not in the picture:
+                // painting its rectangle would only black out whatever is shown in its place.
+                if (view->isVisibleTo(root))
+                    addServiceRects(view, root, rects);
+            }
         }
     }
+    const auto onDevice = shownViews(root, &PrivacyUtils::isPrivateOnDevice);
+    for (QWidget *view : onDevice)
+        rects.append(QRectF(mapToRoot(view, root, QPoint(0, 0)), view->size()));
+    return rects;
 }
 
-void PrivacyUtils::maskClass(QWidget *root, const QString &className, QImage &image)
+void PrivacyUtils::addServiceRects(QWidget *view, QWidget *root, QList<QRectF> &rects)
 {
-    const QByteArray name = className.toLatin1();
-    const auto views = ViewUtils::subviews(root, name.constData());
-    // Only an empty result needs the (slower) question whether the class exists at all.
-    if (views.isEmpty() && !isKnownClass(className)) {
-        Log::warning(u"Cannot convert class name to class"_s);
-        return;
-    }
-    for (QWidget *view : views)
-        maskView(view, root, image);
-}
-
-void PrivacyUtils::maskView(QWidget *view, QWidget *root, QImage &image)
-{
-    // A hidden view (say, on a stacked page not shown) is not in the rendered image: painting
-    // its rectangle would only black out whatever page is shown in its place.
-    if (!view->isVisibleTo(root))
-        return;
     // The service's rectangle: the view's frame (in its parent's coordinates) converted from the
-    // view's own coordinates, as its masking settings were made for.
+    // view's own coordinates, its origin divided by the ratio, as its masking settings expect.
     const QRect frame = view->geometry();
-    mask(image, QRectF(mapToRoot(view, root, frame.topLeft()), frame.size()));
-    // And the view's true place, so that private content is covered wherever the view sits
-    // (its origin scaled up, as mask() divides it by the ratio).
-    const QPointF origin = mapToRoot(view, root, QPoint(0, 0)) * image.devicePixelRatio();
-    mask(image, QRectF(origin, QSizeF(view->size())));
+    rects.append(scaledOrigin(QRectF(mapToRoot(view, root, frame.topLeft()), frame.size()),
+                              root->devicePixelRatioF()));
+    // And the view's true place, so that private content is covered wherever the view sits.
+    rects.append(QRectF(mapToRoot(view, root, QPoint(0, 0)), view->size()));
 }
 
-void PrivacyUtils::mask(QImage &image, const QRectF &rect)
+bool PrivacyUtils::isPrivateOnDevice(const QWidget *widget)
 {
-    // Painted in place: a copy per view would cost a full-screen image each time.
-    QPainter painter(&image);
-    if (!painter.isActive())
-        qFatal("Cannot paint the privacy mask");
-    painter.fillRect(scaledOrigin(rect, image.devicePixelRatio()), Qt::black);
+    if (widget->property(PrivateProperty).toBool())
+        return true;
+    const auto *edit = qobject_cast<const QLineEdit *>(widget);
+    return edit && edit->echoMode() != QLineEdit::Normal;
 }
 
 QRectF PrivacyUtils::scaledOrigin(const QRectF &rect, qreal ratio)
@@ -94,17 +107,16 @@ QRectF PrivacyUtils::scaledOrigin(const QRectF &rect, qreal ratio)
     return QRectF(rect.x() / ratio, rect.y() / ratio, rect.width(), rect.height());
 }
 
-QList<QWidget *> PrivacyUtils::viewsWithTags(QWidget *root, const QSet<int> &tags)
+QList<QWidget *> PrivacyUtils::shownViews(QWidget *root,
+                                          const std::function<bool(const QWidget *)> &test)
 {
     QList<QWidget *> found;
-    bool ok = false;
-    const int tag = root->property(TagProperty).toInt(&ok);
-    if (ok && tags.contains(tag))
+    if (test(root))
         found.append(root);
     const auto children = root->findChildren<QWidget *>(Qt::FindDirectChildrenOnly);
     for (QWidget *child : children) {
         if (!child->isHidden() && !child->isWindow())
-            found.append(viewsWithTags(child, tags));
+            found.append(shownViews(child, test));
     }
     return found;
 }

@@ -3,13 +3,11 @@
 #include "Config/ApplicationConfigWrapper.h"
 #include "Core/Log.h"
 #include "Core/MainQueue.h"
-#include "Monitoring/PrivacyUtils.h"
+#include "Monitoring/ScreenCapture.h"
 #include "Network/MessageSender.h"
 #include "Widgets/ViewUtils.h"
 
 #include <QApplication>
-#include <QBuffer>
-#include <QImageWriter>
 #include <QMouseEvent>
 #include <QTouchEvent>
 #include <QWidget>
@@ -33,7 +31,9 @@ std::unique_ptr<QTimer> repeatingTimer(int intervalMs, ViewMonitor *monitor,
 ViewMonitor::ViewMonitor(ApplicationConfigWrapper *applicationConfig, QObject *parent)
     : QObject(parent)
     , m_applicationConfig(applicationConfig)
-{}
+{
+    connect(&m_changes, &ScreenChangeTracker::pageShown, this, &ViewMonitor::checkPageSoon);
+}
 
 ViewMonitor::~ViewMonitor()
 {
@@ -49,6 +49,9 @@ qint64 ViewMonitor::startTime() const
 void ViewMonitor::start(MessageSender *messageSender, ErrorCompletion completion)
 {
     m_messageSender = messageSender;
+    // A new start captures at once, and logs a bad entry of the service's lists once more.
+    m_changes.start();
+    m_warned.clear();
 
     Log::debug(u"Schedule new timer"_s);
     QPointer<ViewMonitor> self(this);
@@ -87,6 +90,7 @@ void ViewMonitor::stop()
     ++m_stopCount;
     m_screenshotTimer.reset();
     m_viewChangeTimer.reset();
+    m_changes.stop();
     QPointer<ViewMonitor> self(this);
     MainQueue::async([self] {
         if (!self)
@@ -107,39 +111,10 @@ void ViewMonitor::reportPageChange(const QString &name)
     });
 }
 
-QImage ViewMonitor::render(QWidget *root)
+void ViewMonitor::resetLastScreenshot()
 {
-    return root->grab().toImage();
-}
-
-QImage ViewMonitor::scaleToThird(const QImage &image)
-{
-    const QSize size(std::max(1, image.width() / 3), std::max(1, image.height() / 3));
-    QImage scaled = image.scaled(size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
-    if (scaled.isNull())
-        qFatal("Cannot scale the screenshot");
-    return scaled;
-}
-
-QByteArray ViewMonitor::encodeJpeg(const QImage &image)
-{
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::WriteOnly);
-    QImageWriter writer(&buffer, "jpeg");
-    writer.setQuality(JpegQuality);
-    if (!writer.write(image))
-        qFatal("Cannot encode the screenshot as JPEG: %s", qPrintable(writer.errorString()));
-    return bytes;
-}
-
-QByteArray ViewMonitor::captureScreenshot(QWidget *root, QWidget *controller,
-                                          const std::optional<IOSConfig> &iosConfig)
-{
-    QImage image = render(root);
-    if (iosConfig)
-        PrivacyUtils::maskPrivateViews(image, controller, *iosConfig);
-    return encodeJpeg(scaleToThird(image));
+    m_lastScreenshot.reset();
+    m_lastImage.reset();
 }
 
 void ViewMonitor::screenshotTick()
@@ -149,25 +124,80 @@ void ViewMonitor::screenshotTick()
         Log::warning(u"Root view is null"_s);
         return;
     }
+    const std::optional<IOSConfig> &config = m_applicationConfig->config().vistrelConfig.iosConfig;
+    // Nothing painted, the same window and lists: the last capture still holds.
+    const bool changed = m_changes.takeChanged();
+    if (!changed && root == m_capturedRoot && config == m_capturedConfig &&
+        ++m_ticksSinceCapture < ForcedCaptureTicks)
+        return;
+    m_ticksSinceCapture = 0;
+    m_capturedRoot = root;
+    m_capturedConfig = config;
     QPointer<ViewMonitor> self(this);
     ViewUtils::withTopViewController([self, root, stops = m_stopCount](QWidget *controller) {
         // Another window on top by now: its widgets say nothing about what root shows, so root
         // could not be masked. The next tick takes the new window.
         if (!self || self->m_stopCount != stops || !root || controller != root)
             return;
-        const QByteArray bytes = captureScreenshot(
-            root, controller, self->m_applicationConfig->config().vistrelConfig.iosConfig);
-        if (self->m_lastScreenshot == bytes)
+        self->capture(root);
+    });
+}
+
+void ViewMonitor::capture(QWidget *root)
+{
+    const QImage shot = ScreenCapture::capture(
+        root, m_applicationConfig->config().vistrelConfig.iosConfig, &m_warned);
+    // A blink of the same text cursor over the same text is no change; anything else is.
+    const Caret caret = caretIn(root);
+    const QRect ignored = caret == m_lastCaret ? caret.rect : QRect();
+    if (m_lastImage && !ScreenCapture::differsOutside(*m_lastImage, shot, ignored))
+        return;
+    m_lastImage = shot;
+    m_lastCaret = caret;
+    const QByteArray bytes = ScreenCapture::encodeJpeg(shot);
+    if (m_lastScreenshot == bytes)
+        return;
+    // Kept before sending, whatever the outcome: an unchanged screen is not sent again.
+    m_lastScreenshot = bytes;
+    if (!m_messageSender)
+        qFatal("A changed screenshot has no message sender to go to");
+    m_messageSender->sendScreenshot(bytes, startTime(), [](const std::optional<Error> &error) {
+        if (error)
+            Log::error(u"Sending screenshot failed: "_s + error->description());
+    });
+}
+
+ViewMonitor::Caret ViewMonitor::caretIn(QWidget *root)
+{
+    QWidget *focus = QApplication::focusWidget();
+    if (!focus || focus->window() != root || !focus->testAttribute(Qt::WA_InputMethodEnabled))
+        return {};
+    const QRect cursor = focus->inputMethodQuery(Qt::ImCursorRectangle).toRect();
+    if (cursor.isEmpty())
+        return {};
+    // A pixel more all round: the scaled pixels at the cursor's edges mix it with its neighbours.
+    const QRect rect = ScreenCapture::toThird(root, QRectF(focus->mapTo(root, cursor.topLeft()),
+                                                           QSizeF(cursor.size())))
+                           .adjusted(-1, -1, 1, 1);
+    const size_t text = qHashMulti(0, focus->inputMethodQuery(Qt::ImSurroundingText).toString(),
+                                   focus->inputMethodQuery(Qt::ImCursorPosition).toInt(),
+                                   focus->inputMethodQuery(Qt::ImAnchorPosition).toInt());
+    return {focus, rect, text};
+}
+
+void ViewMonitor::checkPageSoon()
+{
+    // Once the page switch is done; one check for the pages a switch shows together.
+    if (m_pageCheckQueued)
+        return;
+    m_pageCheckQueued = true;
+    QPointer<ViewMonitor> self(this);
+    MainQueue::async([self, stops = m_stopCount] {
+        if (!self)
             return;
-        // Kept before sending, whatever the outcome: an unchanged screen is not sent again.
-        self->m_lastScreenshot = bytes;
-        if (!self->m_messageSender)
-            qFatal("A changed screenshot has no message sender to go to");
-        self->m_messageSender->sendScreenshot(
-            bytes, self->startTime(), [](const std::optional<Error> &error) {
-                if (error)
-                    Log::error(u"Sending screenshot failed: "_s + error->description());
-            });
+        self->m_pageCheckQueued = false;
+        if (self->m_stopCount == stops)
+            self->viewChangeTick();
     });
 }
 
@@ -202,13 +232,18 @@ void ViewMonitor::viewChangeTick()
 bool ViewMonitor::eventFilter(QObject *watched, QEvent *event)
 {
     const QEvent::Type type = event->type();
-    const bool press = type == QEvent::MouseButtonPress || type == QEvent::TouchBegin;
+    // The second press of a double click comes as a double-click event: it is a tap too.
+    const bool press = type == QEvent::MouseButtonPress || type == QEvent::MouseButtonDblClick ||
+                       type == QEvent::TouchBegin;
     const bool release = type == QEvent::MouseButtonRelease || type == QEvent::TouchEnd;
     if ((!press && !release) || !m_clickRoot || !watched->isWidgetType())
         return false;
     auto *widget = static_cast<QWidget *>(watched);
     QWidget *root = m_clickRoot;
-    if (widget != root && !root->isAncestorOf(widget))
+    const bool inRoot = widget == root || root->isAncestorOf(widget);
+    // A popup (a menu, a combo box's list) is a window of its own, shown over the root: the
+    // agent sees it in the screenshot, so its taps count, at their place on the root.
+    if (!inRoot && widget->window()->windowType() != Qt::Popup)
         return false;
 
     // An event ignored by a widget travels on to its parents (as a copy): count it once.
@@ -220,7 +255,9 @@ bool ViewMonitor::eventFilter(QObject *watched, QEvent *event)
     m_lastEventType = type;
     m_lastEventTimestamp = input->timestamp();
 
-    const QPointF position = widget->mapTo(root, input->point(0).position());
+    const QPointF local = input->point(0).position();
+    const QPointF position =
+        inRoot ? widget->mapTo(root, local) : root->mapFromGlobal(widget->mapToGlobal(local));
     if (press) {
         m_pressInRoot = position;
         return false;

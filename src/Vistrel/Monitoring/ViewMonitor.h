@@ -1,14 +1,19 @@
 #pragma once
 
+#include "Config/IOSConfig.h"
 #include "Core/Error.h"
+#include "Monitoring/ScreenChangeTracker.h"
 
 #include <Vistrel/vistrel_export.h>
 
 #include <QByteArray>
 #include <QEvent>
+#include <QImage>
 #include <QObject>
 #include <QPoint>
 #include <QPointer>
+#include <QRect>
+#include <QSet>
 #include <QTimer>
 #include <QWidget>
 
@@ -19,11 +24,14 @@ namespace VistrelKit {
 
 class ApplicationConfigWrapper;
 class MessageSender;
-struct IOSConfig;
 
 /// Watches the app's screen while a session runs: a screenshot of the topmost window every
-/// 0.3 s (masked, scaled to a third, JPEG at quality 40, sent only when its bytes changed), the
-/// screen's name every second (sent when it changed), and every completed tap, in device pixels.
+/// 0.3 s (ScreenCapture: popups composited, private views black, a third of the device pixels,
+/// JPEG at quality 40) sent when what it shows changed, the screen's name every second and
+/// whenever a stacked page is shown (sent when it changed), and every completed tap, in device
+/// pixels. A tick with nothing painted since the last capture does nothing, for at most
+/// ForcedCaptureTicks ticks; a change inside the focused widget's text cursor alone (its blink)
+/// is not sent.
 class VISTREL_AUTOTEST_EXPORT ViewMonitor : public QObject
 {
     Q_OBJECT
@@ -43,30 +51,39 @@ public:
 
     std::optional<QByteArray> lastScreenshot() const { return m_lastScreenshot; }
     /// Forgetting the last screenshot makes the next tick send one whatever it shows.
-    void resetLastScreenshot() { m_lastScreenshot.reset(); }
+    void resetLastScreenshot();
     std::optional<QString> lastView() const { return m_lastView; }
     bool isCapturingClicks() const { return m_clickRoot != nullptr; }
 
-    /// One screenshot as it would be sent: root rendered, masked, scaled to a third and encoded.
-    static QByteArray captureScreenshot(QWidget *root, QWidget *controller,
-                                        const std::optional<IOSConfig> &iosConfig);
-    /// Renders root at its device pixel ratio.
-    static QImage render(QWidget *root);
-    /// A third of the image in each dimension, smoothly scaled.
-    static QImage scaleToThird(const QImage &image);
-    /// JPEG at quality 40.
-    static QByteArray encodeJpeg(const QImage &image);
-
     static constexpr int ScreenshotIntervalMs = 300;
     static constexpr int ViewChangeIntervalMs = 1000;
-    static constexpr int JpegQuality = 40;
+    /// Even with nothing painted, every tenth tick (3 s) captures, so that nothing missed by the
+    /// change tracking stays stale for long.
+    static constexpr int ForcedCaptureTicks = 10;
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
+    // The focused text cursor as a capture saw it: where it is (in pixels of the screenshot)
+    // and what text it is in. The same cursor over the same text is a blink.
+    struct Caret
+    {
+        const QWidget *widget = nullptr;
+        QRect rect;
+        size_t text = 0;
+        bool operator==(const Caret &) const = default;
+    };
+    static Caret caretIn(QWidget *root);
+
+private Q_SLOTS:
+    // Slots, so that a benchmark can time one tick through the meta-object system.
     void screenshotTick();
     void viewChangeTick();
+
+private:
+    void capture(QWidget *root);
+    void checkPageSoon();
     void handleClick(const QPointF &positionInRoot);
     qint64 startTime() const;
 
@@ -76,6 +93,16 @@ private:
     std::unique_ptr<QTimer> m_viewChangeTimer;
     quint64 m_stopCount = 0;
     std::optional<QByteArray> m_lastScreenshot;
+    // What the last screenshot sent showed, before encoding, and its text cursor.
+    std::optional<QImage> m_lastImage;
+    Caret m_lastCaret;
+    ScreenChangeTracker m_changes;
+    // What the last capture was of; a change of either forces the next one.
+    QPointer<QWidget> m_capturedRoot;
+    std::optional<IOSConfig> m_capturedConfig;
+    int m_ticksSinceCapture = 0;
+    bool m_pageCheckQueued = false;
+    QSet<QString> m_warned;
     std::optional<QString> m_lastView;
     // The window whose taps are captured, and the press that may become a tap.
     QPointer<QWidget> m_clickRoot;

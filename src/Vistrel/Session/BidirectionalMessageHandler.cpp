@@ -169,6 +169,16 @@ void BidirectionalMessageHandler::click(QWidget *controller,
     if (QRectF(controller->rect()).contains(point)) {
         // The unit that holds the device pixel: rounding would move half a unit right and down.
         position = QPoint(qFloor(point.x()), qFloor(point.y()));
+        // A popup shown over the window is in the agent's picture: it takes the tap.
+        const QPoint global = controller->mapToGlobal(position);
+        const auto popups = ViewUtils::popupsOver(controller);
+        for (auto popup = popups.crbegin(); popup != popups.crend(); ++popup) {
+            const QPoint inPopup = (*popup)->mapFromGlobal(global);
+            if ((*popup)->windowType() == Qt::Popup && (*popup)->rect().contains(inPopup)) {
+                ClickUtil::tapPopup(*popup, inPopup);
+                return;
+            }
+        }
         hit = ClickUtil::hitTest(controller, position);
     }
     if (!hit) {

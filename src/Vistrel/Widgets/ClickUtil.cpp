@@ -5,8 +5,11 @@
 #include <QAbstractButton>
 #include <QAbstractItemView>
 #include <QComboBox>
+#include <QCoreApplication>
 #include <QDebug>
 #include <QItemSelectionModel>
+#include <QMouseEvent>
+#include <QPointer>
 #include <QWidget>
 
 using namespace Qt::StringLiterals;
@@ -58,6 +61,31 @@ void ClickUtil::click(QWidget *view, const QPoint &position)
     }
     if (view->isEnabled() && (view->focusPolicy() & Qt::ClickFocus))
         view->setFocus(Qt::MouseFocusReason);
+}
+
+void ClickUtil::tapPopup(QWidget *popup, const QPoint &position)
+{
+    QWidget *child = popup->childAt(position);
+    QPointer<QWidget> target = child ? child : popup;
+    Log::debug(u"Found view: "_s + description(target));
+    const QPointF local = target->mapFrom(popup, QPointF(position));
+    const QPointF global = popup->mapToGlobal(QPointF(position));
+    const struct
+    {
+        QEvent::Type type;
+        Qt::MouseButton button;
+        Qt::MouseButtons buttons;
+    } steps[] = {{QEvent::MouseMove, Qt::NoButton, Qt::NoButton},
+                 {QEvent::MouseButtonPress, Qt::LeftButton, Qt::LeftButton},
+                 {QEvent::MouseButtonRelease, Qt::LeftButton, Qt::NoButton}};
+    for (const auto &step : steps) {
+        // A press can close the popup, and a popup can delete itself when it closes.
+        if (!target || !target->isVisible())
+            return;
+        QMouseEvent event(step.type, local, QPointF(position), global, step.button, step.buttons,
+                          Qt::NoModifier);
+        QCoreApplication::sendEvent(target, &event);
+    }
 }
 
 QWidget *ClickUtil::hitTest(QWidget *root, const QPoint &position)

@@ -9,6 +9,9 @@
 #include <QTimer>
 #include <QWidget>
 
+#include <algorithm>
+#include <limits>
+
 namespace VistrelKit {
 
 namespace {
@@ -68,6 +71,31 @@ QWidget *ViewUtils::topViewController()
         }
     }
     return best;
+}
+
+QList<QWidget *> ViewUtils::popupsOver(QWidget *window)
+{
+    const QRect area(window->mapToGlobal(QPoint(0, 0)), window->size());
+    // Popups stack in the order they opened, and each opens from a widget of the one below.
+    const auto level = [](const QWidget *popup) {
+        if (popup->windowType() == Qt::ToolTip)
+            return std::numeric_limits<int>::max();
+        int depth = 0;
+        for (const QWidget *w = popup->parentWidget(); w; w = w->parentWidget())
+            depth += w->isWindow() && w->windowType() == Qt::Popup;
+        return depth;
+    };
+    QList<QWidget *> popups;
+    const auto windows = QApplication::topLevelWidgets();
+    for (QWidget *widget : windows) {
+        const Qt::WindowType type = widget->windowType();
+        if ((type == Qt::Popup || type == Qt::ToolTip) && widget->isVisible() &&
+            QRect(widget->mapToGlobal(QPoint(0, 0)), widget->size()).intersects(area))
+            popups.append(widget);
+    }
+    std::stable_sort(popups.begin(), popups.end(),
+                     [&level](const QWidget *a, const QWidget *b) { return level(a) < level(b); });
+    return popups;
 }
 
 void ViewUtils::withTopViewController(std::function<void(QWidget *)> callback)

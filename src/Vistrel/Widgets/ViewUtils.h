@@ -19,6 +19,10 @@ public:
     /// window (the largest one: main windows are). Nothing when no window is shown; a window of
     /// no area never counts.
     static QWidget *topViewController();
+    /// The app's shown popups, menus, completers and tool tips (windows of their own in Qt) that
+    /// overlap window on screen, bottom to top: a popup above the one it was opened from, tool
+    /// tips above all.
+    static QList<QWidget *> popupsOver(QWidget *window);
     /// Calls back on the GUI thread with the topmost window, retrying every 0.5 s until one exists.
     static void withTopViewController(std::function<void(QWidget *)> callback);
     /// The name that identifies the screen a window shows: the class of the current page of its

@@ -5,6 +5,7 @@
 #include "Widgets/PassthroughUIImageView.h"
 
 #include <QCommandLinkButton>
+#include <QElapsedTimer>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -129,6 +130,8 @@ private Q_SLOTS:
         QTest::newRow("unknown class")
             << QString() << u"NoSuchWidget VistrelKit::PassthroughUIImageView"_s << u"image"_s
             << u"[WARNING] PrivacyUtils: Cannot convert class name to class"_s;
+        // Password fields and what the host marked are private whatever the service says.
+        QTest::newRow("nothing declared") << QString() << QString() << QString() << QString();
     }
     void masking()
     {
@@ -137,8 +140,10 @@ private Q_SLOTS:
         QFETCH(QString, masked);
         QFETCH(QString, warning);
         LogCapture log;
-        f->config->config().vistrelConfig.iosConfig = IOSConfig{
-            tags.split(u' ', Qt::SkipEmptyParts), classes.split(u' ', Qt::SkipEmptyParts)};
+        if (!tags.isEmpty() || !classes.isEmpty())
+            f->config->config().vistrelConfig.iosConfig = IOSConfig{
+                tags.split(u' ', Qt::SkipEmptyParts), classes.split(u' ', Qt::SkipEmptyParts)};
+        masked += u" password onEdit noEcho marked"_s;
         // Fixed places, so that the service's rectangle of a nested widget falls on empty
         // background and never on another widget.
         QWidget &window = f->screen;
@@ -166,6 +171,17 @@ private Q_SLOTS:
         container->setGeometry(200, 150, 190, 140);
         place(new QLineEdit(container), u"nested"_s, {10, 10, 80, 30}, 9);
         place(new QPushButton(container), u"nestedButton"_s, {10, 80, 80, 30});
+        const QLineEdit::EchoMode hiding[] = {QLineEdit::Password, QLineEdit::PasswordEchoOnEdit,
+                                              QLineEdit::NoEcho};
+        const QString hidingNames[] = {u"password"_s, u"onEdit"_s, u"noEcho"_s};
+        for (int i = 0; i < 3; ++i) {
+            auto *edit = new QLineEdit(u"1234"_s, &window);
+            edit->setEchoMode(hiding[i]);
+            place(edit, hidingNames[i], {105, 110 + 45 * i, 90, 30});
+        }
+        auto *marked = new QLabel(u"4111 1111"_s, &window);
+        marked->setProperty(PrivacyUtils::PrivateProperty, true);
+        place(marked, u"marked"_s, {10, 250, 90, 40});
         QVERIFY(f->showWindow());
 
         QCOMPARE(f->startMonitor(), QString());
@@ -187,15 +203,119 @@ private Q_SLOTS:
             QVERIFY2(!isPrivate || grey(widget->mapTo(&window, widget->pos()) / 2) < 40,
                      qPrintable(name));
         }
-        QCOMPARE(log.contains(u"[WARNING]"_s), !warning.isEmpty());
+        // Captures go on (a repaint each), but a bad entry is logged once per start.
+        for (int i = 0; i < 2; ++i) {
+            window.repaint();
+            QTest::qWait(ViewMonitor::ScreenshotIntervalMs + 50);
+        }
+        QCOMPARE(log.count(u"[WARNING]"_s), warning.isEmpty() ? 0 : 1);
         QVERIFY(warning.isEmpty() || log.contains(warning));
+    }
+
+    void newListsMaskWithoutRepaint()
+    {
+        // The service's lists come with a new init reply while the screen stands still: the
+        // field must go black at once, not at the app's next repaint.
+        auto *field = new QLabel(u"Card"_s, &f->screen);
+        field->setGeometry(60, 60, 120, 60);
+        field->setProperty(PrivacyUtils::TagProperty, 5);
+        QVERIFY(f->showWindow());
+        QCOMPARE(f->startMonitor(), QString());
+        QVERIFY(f->waitForScreenshots(1));
+        QVERIFY(qGray(colourIn(f->screenshots().constFirst(), field->geometry()).rgb()) > 120);
+        f->config->config().vistrelConfig.iosConfig = IOSConfig{{u"5"_s}, {}};
+        QVERIFY(f->waitForDelivery([this] { return f->screenshots().size() == 2; }, 2000));
+        QVERIFY(qGray(colourIn(f->screenshots().at(1), field->geometry()).rgb()) < 40);
+    }
+
+    void popups()
+    {
+        // A popup and a tool tip are windows of their own: the agent must see them over the
+        // window, the tool tip on top, the popup's password field black, and no longer once
+        // they are closed.
+        f->window.setPalette(QPalette(Qt::white));
+        f->screen.setPalette(QPalette(Qt::white));
+        QVERIFY(f->showWindow());
+        QFrame popup(&f->screen, Qt::Popup);
+        popup.setPalette(QPalette(Qt::red));
+        popup.setAutoFillBackground(true);
+        auto *password = new QLineEdit(u"secret"_s, &popup);
+        password->setEchoMode(QLineEdit::Password);
+        password->setGeometry(20, 70, 100, 30);
+        popup.setGeometry(QRect(f->screen.mapToGlobal(QPoint(60, 40)), QSize(160, 120)));
+        QLabel tip(u"Tip"_s, nullptr, Qt::ToolTip);
+        tip.setStyleSheet(u"background: blue"_s);
+        tip.setGeometry(QRect(f->screen.mapToGlobal(QPoint(180, 40)), QSize(100, 40)));
+        popup.show();
+        tip.show();
+        QCOMPARE(f->startMonitor(), QString());
+        QVERIFY(f->waitForScreenshots(1));
+        const QByteArray shot = f->screenshots().constFirst();
+        const auto near = [&shot](const QRect &area, QColor expected) {
+            const QColor seen = colourIn(shot, area);
+            return qAbs(seen.red() - expected.red()) + qAbs(seen.green() - expected.green()) +
+                       qAbs(seen.blue() - expected.blue()) <
+                   120;
+        };
+        QVERIFY(near({60, 40, 110, 25}, Qt::red));    // the popup
+        QVERIFY(near({80, 110, 100, 30}, Qt::black)); // its password field
+        QVERIFY(near({180, 40, 100, 40}, Qt::blue));  // the tip, over it
+        QVERIFY(near({10, 180, 300, 50}, Qt::white)); // the window
+        // Moving or closing them paints nothing in the window: it must be noticed all the
+        // same, and sooner than the forced capture.
+        tip.move(f->screen.mapToGlobal(QPoint(20, 180)));
+        QVERIFY(f->waitForDelivery([this] { return f->screenshots().size() == 2; }, 2000));
+        QVERIFY(colourIn(f->screenshots().at(1), {20, 180, 100, 40}).blue() > 200);
+        QVERIFY(colourIn(f->screenshots().at(1), {180, 40, 100, 40}).red() > 150); // no blue
+        tip.hide();
+        popup.hide();
+        QVERIFY(f->waitForDelivery([this] { return f->screenshots().size() == 3; }, 2000));
+        QVERIFY(qGray(colourIn(f->screenshots().at(2), {20, 40, 260, 180}).rgb()) > 200);
+    }
+
+    void caret_data()
+    {
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<int>("screenshots");
+        // Over 3 s: the cursor blinks several times and a capture is forced.
+        QTest::newRow("blinking") << QString() << 1;
+        // A narrow letter fits inside the cursor's old rectangle: still a change.
+        QTest::newRow("typed a narrow letter") << u"l"_s << 2;
+    }
+    void caret()
+    {
+        QFETCH(QString, typed);
+        QFETCH(int, screenshots);
+        auto *edit = new QLineEdit(u"Name"_s, &f->screen);
+        edit->setGeometry(20, 20, 200, 30);
+        QVERIFY(f->showWindow());
+        edit->setFocus();
+        QTRY_VERIFY(edit->hasFocus());
+        QCOMPARE(f->startMonitor(), QString());
+        QVERIFY(f->waitForScreenshots(1));
+        for (const QChar letter : typed)
+            QTest::keyClick(edit, letter.toLatin1());
+        const QImage before = f->screen.grab().toImage();
+        int blinks = 0;
+        QElapsedTimer waited;
+        waited.start();
+        while (waited.elapsed() <
+               ViewMonitor::ForcedCaptureTicks * ViewMonitor::ScreenshotIntervalMs + 300) {
+            QTest::qWait(100);
+            blinks += f->screen.grab().toImage() != before;
+        }
+        QVERIFY(blinks > 0); // else nothing blinked
+        QVERIFY(f->flushReports(u"after"_s));
+        QCOMPARE(f->screenshots().size(), screenshots);
     }
 
     void reports_data()
     {
         // Steps: "hide" the window while checks run on, "stop", then a "tap" (through the
         // window, as a user's) or a "press" alone, on the "button" or else on the page, which
-        // ignores it and so passes it on; or a switch of the outer "tab" or the inner "stack".
+        // ignores it and so passes it on, or a "double" click on the button, or a tap on a
+        // "popup" over the window; or a switch of the outer "tab" or the inner "stack", which
+        // must be reported within a flush, not at the next 1 s check.
         QTest::addColumn<QString>("steps");
         QTest::addColumn<int>("moveBy");   // between press and release
         QTest::addColumn<QString>("sent"); // "click": at the release
@@ -206,6 +326,9 @@ private Q_SLOTS:
         QTest::newRow("dragged further") << u"tap button"_s << drag + 1 << QString();
         QTest::newRow("press without release") << u"press button"_s << 0 << QString();
         QTest::newRow("tap after stop") << u"stop tap button"_s << 0 << QString();
+        // Qt delivers the second press as a double-click event.
+        QTest::newRow("double click") << u"double button"_s << 0 << u"click click"_s;
+        QTest::newRow("tap on a popup") << u"tap popup"_s << 0 << u"click"_s;
         QTest::newRow("tab") << u"tab"_s << 0 << u"page QLabel"_s;
         QTest::newRow("stack inside a tab page") << u"stack"_s << 0 << u"page QLabel"_s;
         QTest::newRow("stopped while no window was shown") << u"hide stop tab"_s << 0 << QString();
@@ -245,23 +368,36 @@ private Q_SLOTS:
             QTRY_VERIFY(!f->monitor.isCapturingClicks());
             f->screen.show();
         }
+        QFrame popup(&f->screen, Qt::Popup);
+        popup.setGeometry(QRect(f->screen.mapToGlobal(QPoint(150, 100)), QSize(100, 60)));
+        if (steps.contains(u"popup"_s))
+            popup.show();
         QWidget *widget = steps.contains(u"button"_s) ? button : stack->currentWidget();
-        const QPoint press = widget->mapTo(&f->screen, QPoint(7, 5));
+        widget = steps.contains(u"popup"_s) ? &popup : widget;
+        const QPoint press = widget->mapTo(widget->window(), QPoint(7, 5));
         const QPoint release = press + QPoint(moveBy, 0);
+        QWindow *window = widget->window()->windowHandle();
         if (steps.contains(u"tab"_s) || steps.contains(u"stack"_s)) {
             stack->setCurrentIndex(steps.contains(u"stack"_s) ? 1 : 0);
             tabs->setCurrentIndex(steps.contains(u"tab"_s) ? 1 : 0);
-            QTest::qWait(1100); // until the next check
+            QTest::qWait(50);
+        } else if (steps.contains(u"double"_s)) {
+            QTest::mouseDClick(window, Qt::LeftButton, {}, press);
         } else {
-            QTest::mousePress(f->screen.windowHandle(), Qt::LeftButton, {}, press);
+            QTest::mousePress(window, Qt::LeftButton, {}, press);
             if (steps.contains(u"tap"_s))
-                QTest::mouseRelease(f->screen.windowHandle(), Qt::LeftButton, {}, release);
+                QTest::mouseRelease(window, Qt::LeftButton, {}, release);
         }
         QVERIFY(f->flushReports(u"after"_s));
-        if (sent == u"click"_s)
-            sent = u"click %1,%2"_s.arg(release.x() * 2).arg(release.y() * 2);
-        QCOMPARE(f->events().filter(u"click"_s) + f->events().filter(u"page"_s),
-                 sent.isEmpty() ? QStringList() : QStringList{sent});
+        // Clicks in the window's device pixels, wherever the tap landed.
+        const QPoint atRelease = f->screen.mapFromGlobal(widget->window()->mapToGlobal(release));
+        QStringList expected;
+        if (sent.startsWith(u"page"_s))
+            expected.append(sent);
+        else
+            for (qsizetype i = sent.count(u"click"_s); i > 0; --i)
+                expected.append(u"click %1,%2"_s.arg(atRelease.x() * 2).arg(atRelease.y() * 2));
+        QCOMPARE(f->events().filter(u"click"_s) + f->events().filter(u"page"_s), expected);
         if (steps.contains(u"press"_s)) // no button left held for the next case
             QTest::mouseRelease(f->screen.windowHandle(), Qt::LeftButton, {}, QPoint(300, 230));
     }

@@ -3,10 +3,13 @@
 #include "Widgets/PassthroughUIImageView.h"
 #include "Widgets/PassthroughUIView.h"
 
+#include <QAbstractItemView>
+#include <QComboBox>
 #include <QHeaderView>
 #include <QJsonObject>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QSignalSpy>
@@ -119,6 +122,52 @@ private Q_SLOTS:
         QCOMPARE(table->currentIndex().row(), std::max(row, 0));
         QCOMPARE(table->verticalScrollBar()->value(), 0);
         QCOMPARE(rowClicked.count() + activated.count(), 0);
+    }
+
+    void popupTap_data()
+    {
+        QTest::addColumn<QString>("popup");
+        // Each reacts in its mouse handlers only: a tap given to the window beneath, or a
+        // method call on the popup's widget, does nothing.
+        QTest::newRow("menu action") << u"menu"_s;
+        QTest::newRow("combo box item") << u"combo"_s;
+    }
+    void popupTap()
+    {
+        QFETCH(QString, popup);
+        QWidget &window = f->screen;
+        window.resize(480, 240);
+        auto *combo = new QComboBox(&window);
+        combo->addItems({u"Euro"_s, u"Dollar"_s, u"Pound"_s, u"Yen"_s});
+        combo->setGeometry(40, 30, 160, 30);
+        QMenu menu(&window);
+        menu.addAction(u"Open"_s);
+        QAction *target = menu.addAction(u"Share"_s);
+        QSignalSpy triggered(target, &QAction::triggered);
+        QVERIFY(f->showWindow());
+        QWidget *shown = nullptr;
+        QRect item;
+        if (popup == u"menu"_s) {
+            menu.popup(window.mapToGlobal(QPoint(250, 40)));
+            shown = &menu;
+            item = menu.actionGeometry(target);
+        } else {
+            combo->showPopup();
+            auto *list = combo->view();
+            shown = list->window();
+            item = QRect(list->viewport()->mapTo(
+                             shown, list->visualRect(combo->model()->index(2, 0)).topLeft()),
+                         list->visualRect(combo->model()->index(2, 0)).size());
+        }
+        QTRY_VERIFY(shown->isVisible());
+        QTest::qWait(QApplication::doubleClickInterval()); // the popup ignores its opening tap
+        const QPoint pixel = window.mapFromGlobal(shown->mapToGlobal(item.center())) * 2;
+        QVERIFY(f->service.queueCommand(f->visitId(),
+                                        QJsonObject{{u"x"_s, pixel.x()}, {u"y"_s, pixel.y()}}));
+        f->sender.sendTag(u"carrier"_s, f->startTime(), [](const std::optional<Error> &) {});
+        QTRY_VERIFY_WITH_TIMEOUT(!shown->isVisible(), 20000);
+        QCOMPARE(triggered.count(), popup == u"menu"_s ? 1 : 0);
+        QCOMPARE(combo->currentIndex(), popup == u"combo"_s ? 2 : 0);
     }
 };
 
