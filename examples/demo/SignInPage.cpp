@@ -20,7 +20,8 @@ SignInPage::SignInPage(QWidget *parent)
     auto *userName = new QLineEdit(u"alex.morgan"_s, this);
     auto *password = new QLineEdit(u"correct horse"_s, this);
     password->setEchoMode(QLineEdit::Password);
-    // Private by tag: the service lists this number among its private tags.
+    // Private on the device, as its echo mode hides the text; and by tag, as the service lists
+    // this number among its private tags.
     password->setProperty("vistrelTag", PasswordTag);
     // Private by class: the service lists the class name CardNumberEdit.
     auto *cardNumber = new CardNumberEdit(this);

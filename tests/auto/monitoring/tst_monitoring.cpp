@@ -2,6 +2,7 @@
 #include "Config/IOSConfig.h"
 #include "LogCapture.h"
 #include "Monitoring/PrivacyUtils.h"
+#include "Monitoring/ScreenCapture.h"
 #include "Widgets/PassthroughUIImageView.h"
 
 #include <QCommandLinkButton>
@@ -210,6 +211,37 @@ private Q_SLOTS:
         }
         QCOMPARE(log.count(u"[WARNING]"_s), warning.isEmpty() ? 0 : 1);
         QVERIFY(warning.isEmpty() || log.contains(warning));
+    }
+
+    void windowPixels_data()
+    {
+        QTest::addColumn<bool>("embedded");
+        // Read in place, the window's buffer must give exactly what rendering gives, at the
+        // device pixel ratio: a wrong stride, crop or ratio shows here.
+        QTest::newRow("widgets") << false;
+        // A window embedded in a widget (as video, OpenGL and Qt Quick content is) paints
+        // outside that buffer: the window must be rendered.
+        QTest::newRow("with an embedded window") << true;
+    }
+    void windowPixels()
+    {
+        QFETCH(bool, embedded);
+        new QLabel(u"Balance"_s, &f->screen);
+        (new QLineEdit(u"42.00"_s, &f->screen))->move(20, 40);
+        (new QPushButton(u"Pay"_s, &f->screen))->move(20, 90);
+        if (embedded)
+            QWidget::createWindowContainer(new QWindow, &f->screen)->setGeometry(200, 20, 60, 60);
+        f->screen.resize(301, 200); // a width of no whole number of 3-pixel blocks
+        QVERIFY(f->showWindow());
+        QTRY_VERIFY(f->screen.windowHandle()->isExposed());
+        QCOMPARE(ScreenCapture::readsBackingStore(&f->screen), !embedded);
+        const QImage read = ScreenCapture::pixels(&f->screen);
+        const QImage rendered = ScreenCapture::render(&f->screen);
+        QCOMPARE(read.size(), QSize(602, 400));
+        QCOMPARE(read.devicePixelRatio(), 2.0);
+        if (!embedded)
+            QCOMPARE(read.convertToFormat(QImage::Format_RGB32),
+                     rendered.convertToFormat(QImage::Format_RGB32));
     }
 
     void newListsMaskWithoutRepaint()
