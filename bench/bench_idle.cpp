@@ -7,17 +7,10 @@
 // Measured at the service: the decoded reports of the run (the serialized size of each, the
 // screenshots among them) and the bodies of the POSTs that carried them. The window's paints are
 // counted so that the focused run shows that the cursor did blink.
-#include "BenchService.h"
+#include "BenchTransport.h"
 
-#include "Api/HttpUtil.h"
-#include "Api/InitSender.h"
-#include "Api/OrvaneAPI.h"
-#include "Config/ApplicationConfigWrapper.h"
-#include "Core/Log.h"
 #include "Monitoring/ViewMonitor.h"
-#include "Network/Bidirectional/BidirectionalMessageParser.h"
 #include "Network/PingSender.h"
-#include "Network/Xhr/XhrMessageSender.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -60,25 +53,6 @@ private:
 };
 
 // The kit's HTTP transport against the local service, wired as the session wires it.
-struct Transport
-{
-    explicit Transport(BenchService *bench)
-        : http(&wrapper)
-        , api(&http, &bench->host)
-        , initSender(&wrapper, &api)
-        , sender(&wrapper, &initSender, &api, &http, &parser)
-    {}
-
-    QString visitId() const { return *wrapper.config().visitConfig.visitId; }
-
-    ApplicationConfigWrapper wrapper;
-    HttpUtil http;
-    OrvaneAPI api;
-    InitSender initSender;
-    BidirectionalMessageParser parser;
-    XhrMessageSender sender;
-};
-
 struct Run
 {
     double seconds = 0;
@@ -108,7 +82,7 @@ std::unique_ptr<QWidget> makeWindow()
 class IdleBench
 {
 public:
-    IdleBench(BenchService *bench, Transport *transport, QWidget *window)
+    IdleBench(BenchService *bench, BenchTransport *transport, QWidget *window)
         : m_service(&bench->service)
         , m_transport(transport)
         , m_window(window)
@@ -192,7 +166,7 @@ private:
     }
 
     VistrelService::LocalService *m_service;
-    Transport *m_transport;
+    BenchTransport *m_transport;
     QWidget *m_window;
     int m_runs = 0;
 };
@@ -223,27 +197,14 @@ int main(int argc, char *argv[])
         std::fprintf(stderr, "--seconds takes a positive whole number\n");
         return 1;
     }
-    // The kit's debug lines would run through the table.
-    Log::setHandler([](const QString &level, const QString &source, const QString &message) {
-        if (level != u"DEBUG"_s)
-            std::fprintf(stderr, "%s %s: %s\n", qPrintable(level), qPrintable(source),
-                         qPrintable(message));
-    });
+    BenchTransport::quietLog();
 
     BenchService bench;
     if (!bench.start())
         return 1;
-    Transport transport(&bench);
-    ApplicationConfig &config = transport.wrapper.config();
-    config.tenantId = u"tenant"_s;
-    transport.wrapper.newVisit(std::nullopt);
-    config.vistrelConfig.newShareIdAndStartTime();
-    config.vistrelConfig.storageType = u"l"_s;
-    transport.sender.start(u"Main"_s, nullptr, nullptr);
-    if (!QTest::qWaitFor([&] { return transport.sender.currentInterval() > 0; }, 10000)) {
-        std::fprintf(stderr, "the report channel never opened\n");
+    BenchTransport transport(&bench);
+    if (!transport.open())
         return 1;
-    }
 
     auto window = makeWindow();
     if (!QTest::qWaitForWindowActive(window.get())) {

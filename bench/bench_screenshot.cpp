@@ -16,19 +16,12 @@
 //
 // Also printed: the kit's stages, and the PSNR of its third-size image against the smooth
 // scaler's of the same frame (both without masking), so that the cheaper filter's quality shows.
-#include "BenchService.h"
+#include "BenchTransport.h"
 
-#include "Api/HttpUtil.h"
-#include "Api/InitSender.h"
-#include "Api/OrvaneAPI.h"
-#include "Config/ApplicationConfigWrapper.h"
 #include "Config/IOSConfig.h"
-#include "Core/Log.h"
 #include "Monitoring/PrivacyUtils.h"
 #include "Monitoring/ScreenCapture.h"
 #include "Monitoring/ViewMonitor.h"
-#include "Network/Bidirectional/BidirectionalMessageParser.h"
-#include "Network/Xhr/XhrMessageSender.h"
 
 #include <QApplication>
 #include <QBuffer>
@@ -195,23 +188,6 @@ protected:
 };
 
 // The kit's HTTP transport against the local service, wired as the session wires it.
-struct Transport
-{
-    explicit Transport(BenchService *bench)
-        : http(&wrapper)
-        , api(&http, &bench->host)
-        , initSender(&wrapper, &api)
-        , sender(&wrapper, &initSender, &api, &http, &parser)
-    {}
-
-    ApplicationConfigWrapper wrapper;
-    HttpUtil http;
-    OrvaneAPI api;
-    InitSender initSender;
-    BidirectionalMessageParser parser;
-    XhrMessageSender sender;
-};
-
 struct Figures
 {
     // Changed ticks.
@@ -248,7 +224,7 @@ struct Figures
 class Bench
 {
 public:
-    Bench(BenchService *bench, Transport *transport)
+    Bench(BenchService *bench, BenchTransport *transport)
         : m_service(&bench->service)
         , m_transport(transport)
     {
@@ -398,7 +374,7 @@ private:
 
     qsizetype screenshotsAtService() const
     {
-        const auto *visit = m_service->visit(*m_transport->wrapper.config().visitConfig.visitId);
+        const auto *visit = m_service->visit(m_transport->visitId());
         qsizetype count = 0;
         if (visit) {
             for (const auto &report : visit->reports())
@@ -471,7 +447,7 @@ private:
     }
 
     VistrelService::LocalService *m_service;
-    Transport *m_transport;
+    BenchTransport *m_transport;
     IOSConfig m_config;
     QSet<QString> m_warned;
     QLineEdit *m_edit = nullptr;
@@ -518,26 +494,13 @@ int main(int argc, char *argv[])
     if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
-    // The kit's debug lines would run through the tables.
-    Log::setHandler([](const QString &level, const QString &source, const QString &message) {
-        if (level != u"DEBUG"_s)
-            std::fprintf(stderr, "%s %s: %s\n", qPrintable(level), qPrintable(source),
-                         qPrintable(message));
-    });
+    BenchTransport::quietLog();
     BenchService bench;
     if (!bench.start())
         return 1;
-    Transport transport(&bench);
-    ApplicationConfig &config = transport.wrapper.config();
-    config.tenantId = u"tenant"_s;
-    transport.wrapper.newVisit(std::nullopt);
-    config.vistrelConfig.newShareIdAndStartTime();
-    config.vistrelConfig.storageType = u"l"_s;
-    transport.sender.start(u"Main"_s, nullptr, nullptr);
-    if (!QTest::qWaitFor([&] { return transport.sender.currentInterval() > 0; }, 10000)) {
-        std::fprintf(stderr, "the report channel never opened\n");
+    BenchTransport transport(&bench);
+    if (!transport.open())
         return 1;
-    }
 
     const QList<QSize> sizes{QSize(800, 600), QSize(1280, 800), QSize(1920, 1080)};
     QList<Figures> results;
