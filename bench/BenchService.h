@@ -34,7 +34,8 @@ struct BenchService
             return false;
         }
         config.write(
-            QStringLiteral("{\"Hostname\":\"%1\",\"CdnHostname\":\"%1\",\"HttpProtocol\":\"http\"}")
+            QStringLiteral("{\"Hostname\":\"%1\",\"CdnHostname\":\"%1\",\"HttpProtocol\":\"http\","
+                           "\"WebSocketProtocol\":\"ws\"}")
                 .arg(service.hostAndPort())
                 .toUtf8());
         config.close();

@@ -37,6 +37,19 @@ public:
     QString shareId() const;
     /// Attaches a free text tag to the session, for the agent to see.
     void tag(const QString &text);
+    /// How the session's reports travel to the service and the agent's commands come back.
+    enum class Transport {
+        /// Reports posted every 0.1 s; the agent's commands ride on the replies (the default).
+        Http,
+        /// One WebSocket per visit: the agent's commands arrive at once. Used when the service
+        /// allows it (its init reply does not say "disableWebSocket": true); when the connection
+        /// cannot be opened the session streams over HTTP instead.
+        WebSocket,
+    };
+    Q_ENUM(Transport)
+    /// The transport for the next starts.
+    void setTransport(Transport transport);
+    Transport transport() const;
     /// onStart runs after each successful start, onStop after each stop (started() and
     /// stopped() tell the same).
     void registerCallbacks(std::function<void()> onStart, std::function<void()> onStop);

@@ -43,6 +43,18 @@ void OrvaneVistrel::start(const QString &tenantId, const QString &token)
     startSession(vistrel);
 }
 
+void OrvaneVistrel::setTransport(Transport transport)
+{
+    if (Vistrel *vistrel = session())
+        vistrel->setWebSocketPreferred(transport == Transport::WebSocket);
+}
+
+OrvaneVistrel::Transport OrvaneVistrel::transport() const
+{
+    const Vistrel *vistrel = session();
+    return vistrel && vistrel->isWebSocketPreferred() ? Transport::WebSocket : Transport::Http;
+}
+
 void OrvaneVistrel::stop()
 {
     if (Vistrel *vistrel = session())

@@ -9,6 +9,7 @@
 #include "Monitoring/ViewMonitor.h"
 #include "Network/MessageSenderManager.h"
 #include "Network/PingSender.h"
+#include "Network/WebSocket/WebSocketMessageSender.h"
 #include "Network/Xhr/XhrMessageSender.h"
 #include "Widgets/ViewUtils.h"
 
@@ -121,37 +122,64 @@ void Vistrel::sessionStart(bool force, ErrorCompletion completion)
                     return;
                 }
                 force = force || config.startMonitoringType == u"u"_s;
-                ViewUtils::withTopViewController(
-                    [self, abandoned, force, config, completion](QWidget *current) mutable {
-                        if (abandoned())
-                            return;
-                        ApplicationConfig &app = self->m_applicationConfig->config();
-                        app.vistrelConfig.storageType = config.storageType.value_or(u"l"_s);
-                        app.chatAvailable = config.chatActivated;
-                        Q_EMIT self->chatAvailabilityChanged(config.chatActivated.value_or(false));
-                        XhrMessageSender *sender = self->m_messageSenderManager->xhrSender();
-                        sender->start(ViewUtils::viewName(current), nullptr, nullptr);
-
-                        Log::debug(u"Selected message sender: "_s +
-                                   Injection::unqualified(sender->metaObject()->className()));
-                        self->m_messageSender = sender;
-                        self->m_pingSender->start(sender);
-
-                        Log::debug(u"Should start monitoring: "_s +
-                                   (config.shouldStartMonitoring ? u"true"_s : u"false"_s));
-                        app.vistrelConfig.iosConfig = config.ios;
-                        if (!config.shouldStartMonitoring && !force) {
-                            completion(std::nullopt);
-                            return;
-                        }
-                        Log::debug(u"Should start or force is set"_s);
-                        self->setRecording(true);
-                        Log::debug(u"Start monitor"_s);
-                        self->m_viewMonitor->resetLastScreenshot();
-                        self->m_viewMonitor->start(sender, completion);
-                    });
+                ViewUtils::withTopViewController([self, abandoned, force, config,
+                                                  completion](QWidget *current) mutable {
+                    if (abandoned())
+                        return;
+                    ApplicationConfig &app = self->m_applicationConfig->config();
+                    app.vistrelConfig.storageType = config.storageType.value_or(u"l"_s);
+                    app.chatAvailable = config.chatActivated;
+                    Q_EMIT self->chatAvailabilityChanged(config.chatActivated.value_or(false));
+                    app.vistrelConfig.iosConfig = config.ios;
+                    const std::pair monitor{config.shouldStartMonitoring, force};
+                    const QString name = ViewUtils::viewName(current);
+                    XhrMessageSender *xhr = self->m_messageSenderManager->xhrSender();
+                    if (!self->m_webSocketPreferred || config.disableWebSocket.value_or(false)) {
+                        xhr->start(name, nullptr, nullptr);
+                        self->startStreaming(xhr, monitor, completion);
+                        return;
+                    }
+                    // Held before it opens, so that a stop() meanwhile closes it.
+                    WebSocketMessageSender *socket =
+                        self->m_messageSenderManager->webSocketSender();
+                    self->m_messageSender = socket;
+                    socket->start(
+                        name,
+                        [self, abandoned, socket, monitor, completion] {
+                            if (!abandoned())
+                                self->startStreaming(socket, monitor, completion);
+                        },
+                        [self, abandoned, xhr, name, monitor, completion] {
+                            if (abandoned())
+                                return;
+                            Log::warning(u"Cannot open the WebSocket: reports go over HTTP"_s);
+                            xhr->start(name, nullptr, nullptr);
+                            self->startStreaming(xhr, monitor, completion);
+                        });
+                });
             });
     });
+}
+
+void Vistrel::startStreaming(MessageSender *sender, std::pair<bool, bool> monitorOrForce,
+                             ErrorCompletion completion)
+{
+    Log::debug(u"Selected message sender: "_s +
+               Injection::unqualified(sender->metaObject()->className()));
+    m_messageSender = sender;
+    m_pingSender->start(sender);
+
+    const auto [shouldStartMonitoring, force] = monitorOrForce;
+    Log::debug(u"Should start monitoring: "_s + (shouldStartMonitoring ? u"true"_s : u"false"_s));
+    if (!shouldStartMonitoring && !force) {
+        completion(std::nullopt);
+        return;
+    }
+    Log::debug(u"Should start or force is set"_s);
+    setRecording(true);
+    Log::debug(u"Start monitor"_s);
+    m_viewMonitor->resetLastScreenshot();
+    m_viewMonitor->start(sender, std::move(completion));
 }
 
 void Vistrel::stop()

@@ -10,6 +10,7 @@
 #include <QTimer>
 
 #include <functional>
+#include <utility>
 
 namespace VistrelKit {
 
@@ -20,7 +21,8 @@ class MessageSenderManager;
 class PingSender;
 class ViewMonitor;
 
-/// The screen session: runs the init handshake, takes the HTTP transport, starts the ping and
+/// The screen session: runs the init handshake, takes a transport (HTTP, or the WebSocket when
+/// the host prefers it and the service allows it), starts the ping and
 /// the view monitor, closes the transport when the app stays in the background for 5 s and
 /// opens a new visit when it comes back, and stops everything on request.
 class VISTREL_AUTOTEST_EXPORT Vistrel : public QObject
@@ -60,6 +62,11 @@ public:
     void registerCallbacks(Callback onStart, Callback onStop);
 
     bool isRunning() const { return m_isRunning; }
+    /// Whether the next starts stream over the WebSocket transport when the service's init reply
+    /// does not say "disableWebSocket": true. HTTP stays the default, and takes over when the
+    /// connection cannot be opened.
+    void setWebSocketPreferred(bool preferred) { m_webSocketPreferred = preferred; }
+    bool isWebSocketPreferred() const { return m_webSocketPreferred; }
     /// The transport chosen at the last start (kept after a stop).
     MessageSender *messageSender() const { return m_messageSender; }
     ViewMonitor *viewMonitor() const { return m_viewMonitor; }
@@ -102,6 +109,9 @@ private:
     void onApplicationStateChanged(Qt::ApplicationState state);
     void backgroundTimeoutFired(QTimer *timer);
     void sendActiveUser();
+    // Takes sender for the session; monitoring starts when the reply asks for it or it is forced.
+    void startStreaming(MessageSender *sender, std::pair<bool, bool> monitorOrForce,
+                        ErrorCompletion completion);
 
     InitSender *m_initSender;
     MessageSenderManager *m_messageSenderManager;
@@ -115,6 +125,7 @@ private:
     Callback m_startCallback = [] {};
     Callback m_stopCallback = [] {};
     bool m_isRunning = false;
+    bool m_webSocketPreferred = false;
     // Counts the stops, so that a start still under way when one comes knows it is abandoned.
     quint64 m_stopCount = 0;
     bool m_closingIsSetup = false;

@@ -131,6 +131,8 @@ private Q_SLOTS:
         const QString visit = currentVisit();
         const bool opened = running() && service.visit(visit);
         Orvane::coBrowsing()->stop(); // and the session
+        Orvane::vistrel()->setTransport(OrvaneVistrel::Transport::Http);
+        service.webSockets()->setAdmission(VistrelService::WebSocketEndpoint::Admission::Accept);
         // The next start reuses the transport: its close goes out first.
         QVERIFY(!opened || waitForEnd(visit));
         QTRY_VERIFY(window.findChildren<DefaultUIView *>().isEmpty());
@@ -185,6 +187,46 @@ private Q_SLOTS:
         const QStringList stop{u"connected false"_s, u"on stop"_s, u"stopped"_s};
         const QStringList refused{u"failed StringError(mMsg: \"Vistrel is already started\")"_s};
         QCOMPARE(heard, start + refused + stop + start.mid(1) + stop);
+    }
+
+    void transports_data()
+    {
+        QTest::addColumn<bool>("preferred");
+        QTest::addColumn<bool>("disabled"); // by the init reply
+        QTest::addColumn<bool>("refused");  // the service answers the upgrade with 503
+        QTest::addColumn<bool>("webSocket");
+        QTest::newRow("HTTP by default") << false << false << false << false;
+        QTest::newRow("WebSocket when preferred") << true << false << false << true;
+        QTest::newRow("HTTP when the service disables WebSocket") << true << true << false << false;
+        QTest::newRow("HTTP when the WebSocket cannot open") << true << false << true << false;
+    }
+    void transports()
+    {
+        QFETCH(bool, preferred);
+        QFETCH(bool, disabled);
+        QFETCH(bool, refused);
+        QFETCH(bool, webSocket);
+        using Admission = VistrelService::WebSocketEndpoint::Admission;
+        Orvane::vistrel()->setTransport(preferred ? OrvaneVistrel::Transport::WebSocket
+                                                  : OrvaneVistrel::Transport::Http);
+        service.setMonitoringConfig(reply({{u"disableWebSocket"_s, disabled}}));
+        service.webSockets()->setAdmission(refused ? Admission::Refuse : Admission::Accept);
+        const QString visit = startSession();
+        QVERIFY(!visit.isEmpty());
+        QVERIFY(waitForScreenshot(visit));
+        // The agent's tap comes back the same way and is carried out.
+        QSignalSpy clicked(m_button, &QPushButton::clicked);
+        const QPoint pixel = m_button->geometry().center() * 2;
+        QVERIFY(service.queueCommand(visit, QJsonObject{{u"x"_s, pixel.x()}, {u"y"_s, pixel.y()}}));
+        QTRY_COMPARE_WITH_TIMEOUT(clicked.count(), 1, patience);
+        const auto expected =
+            webSocket ? VistrelService::Transport::WebSocket : VistrelService::Transport::Xhr;
+        const auto reports = service.visit(visit)->reports();
+        QVERIFY(std::all_of(reports.cbegin(), reports.cend(),
+                            [&](const Report &r) { return r.transport == expected; }));
+        QCOMPARE(log.contains(u"Cannot open the WebSocket: reports go over HTTP"_s), refused);
+        Orvane::vistrel()->stop();
+        QVERIFY(waitForEnd(visit));
     }
 
     void startOutcomes_data()

@@ -12,6 +12,8 @@
 #include <QRegularExpression>
 #include <QUrl>
 
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 namespace VistrelKit {
@@ -73,6 +75,11 @@ void WebSocketMessageSender::start(const QString &url, Callback onSuccess, Callb
     const QUrl parsed(text, QUrl::StrictMode);
     if (!parsed.isValid() || parsed.scheme().isEmpty() || parsed.host().isEmpty()) {
         Log::warning(u"Cannot construct URL"_s);
+        // A failed start like any other, so that a session waiting on it goes on over HTTP.
+        const Callback onErrorNow = std::exchange(m_errorCallback, nullptr);
+        m_successCallback = nullptr;
+        if (onErrorNow)
+            onErrorNow();
         return;
     }
 

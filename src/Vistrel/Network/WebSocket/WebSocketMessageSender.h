@@ -28,7 +28,8 @@ public:
     ~WebSocketMessageSender() override;
 
     /// Connects for the screen named url. The first of "opened" and "closed" calls onSuccess or
-    /// onError, and both callbacks are then dropped.
+    /// onError, and both callbacks are then dropped; a URL that cannot be built calls onError
+    /// at once.
     void start(const QString &url, Callback onSuccess, Callback onError) override;
     /// Deletes the visit and closes the connection normally.
     void stop() override;
