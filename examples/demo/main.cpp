@@ -106,7 +106,11 @@ int main(int argc, char *argv[])
         u"Serve the stand-in meeting over HTTPS with <dir>/server.pem and server.key "
         "(default: $VISTREL_TEST_TLS_DIR)."_s,
         u"dir"_s, qEnvironmentVariable("VISTREL_TEST_TLS_DIR"));
-    parser.addOptions({serverOption, schemeOption, noAutostartOption, tlsDirOption});
+    const QCommandLineOption webSocketOption(
+        u"websocket"_s,
+        u"Stream over a WebSocket: the agent's taps arrive at once (default: HTTP)."_s);
+    parser.addOptions(
+        {serverOption, schemeOption, noAutostartOption, tlsDirOption, webSocketOption});
     parser.process(app);
 
     QString server = parser.value(serverOption);
@@ -176,6 +180,8 @@ int main(int argc, char *argv[])
             Orvane::vistrel()->stop();
     });
 
+    if (parser.isSet(webSocketOption))
+        Orvane::vistrel()->setTransport(OrvaneVistrel::Transport::WebSocket);
     // Streaming from the first moment, so the console shows the screen as soon as it opens.
     if (!parser.isSet(noAutostartOption))
         Orvane::vistrel()->start();
