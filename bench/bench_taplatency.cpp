@@ -113,7 +113,7 @@ int main(int argc, char *argv[])
     QApplication app(argc, argv);
     QStandardPaths::setTestModeEnabled(true);
     Orvane::setLogHandler([](const QString &level, const QString &source, const QString &text) {
-        if (level != u"DEBUG"_s || qEnvironmentVariableIsSet("BENCH_DEBUG"))
+        if (level != u"DEBUG"_s)
             std::fprintf(stderr, "%s %s: %s\n", qPrintable(level), qPrintable(source),
                          qPrintable(text));
     });
