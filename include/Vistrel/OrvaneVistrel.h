@@ -67,6 +67,7 @@ Q_SIGNALS:
     void shareIdChanged(const QString &shareId);
     /// The service stopped answering. The session stays up: it retries (after 1 s, then up to
     /// every 30 s) and holds what it records, within a size bound, until the service is back.
+    /// (HTTP transport; a dropped WebSocket is reopened at once, without these signals.)
     void connectionLost();
     /// The service answers again; streaming resumed with the current screen.
     void connectionRestored();
