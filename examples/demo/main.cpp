@@ -174,9 +174,16 @@ int main(int argc, char *argv[])
     signalWatcher.watch(SIGINT);
     signalWatcher.watch(SIGTERM);
     QObject::connect(&signalWatcher, &SignalWatcher::received, &app, &QCoreApplication::quit);
-    QObject::connect(&app, &QCoreApplication::aboutToQuit, &app, [] {
+    // Running is more than recording: a session the service told not to record still holds
+    // its visit open, and only a stop ends it.
+    bool running = false;
+    QObject::connect(Orvane::vistrel(), &OrvaneVistrel::started, &app,
+                     [&running] { running = true; });
+    QObject::connect(Orvane::vistrel(), &OrvaneVistrel::stopped, &app,
+                     [&running] { running = false; });
+    QObject::connect(&app, &QCoreApplication::aboutToQuit, &app, [&running] {
         // Stopping the session removes the co-browsing widget too.
-        if (Orvane::vistrel()->connected() || Orvane::coBrowsing()->isShown())
+        if (running || Orvane::coBrowsing()->isShown())
             Orvane::vistrel()->stop();
     });
 
