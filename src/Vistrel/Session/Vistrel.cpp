@@ -131,12 +131,15 @@ void Vistrel::sessionStart(bool force, ErrorCompletion completion)
                     app.chatAvailable = config.chatActivated;
                     Q_EMIT self->chatAvailabilityChanged(config.chatActivated.value_or(false));
                     app.vistrelConfig.iosConfig = config.ios;
-                    const std::pair monitor{config.shouldStartMonitoring, force};
+                    const bool monitor = config.shouldStartMonitoring;
                     const QString name = ViewUtils::viewName(current);
-                    XhrMessageSender *xhr = self->m_messageSenderManager->xhrSender();
-                    if (!self->m_webSocketPreferred || config.disableWebSocket.value_or(false)) {
+                    const auto overHttp = [self, name, monitor, force, completion] {
+                        XhrMessageSender *xhr = self->m_messageSenderManager->xhrSender();
                         xhr->start(name, nullptr, nullptr);
-                        self->startStreaming(xhr, monitor, completion);
+                        self->startStreaming(xhr, monitor, force, completion);
+                    };
+                    if (!self->m_webSocketPreferred || config.disableWebSocket.value_or(false)) {
+                        overHttp();
                         return;
                     }
                     // Held before it opens, so that a stop() meanwhile closes it.
@@ -145,23 +148,22 @@ void Vistrel::sessionStart(bool force, ErrorCompletion completion)
                     self->m_messageSender = socket;
                     socket->start(
                         name,
-                        [self, abandoned, socket, monitor, completion] {
+                        [self, abandoned, socket, monitor, force, completion] {
                             if (!abandoned())
-                                self->startStreaming(socket, monitor, completion);
+                                self->startStreaming(socket, monitor, force, completion);
                         },
-                        [self, abandoned, xhr, name, monitor, completion] {
+                        [abandoned, overHttp] {
                             if (abandoned())
                                 return;
                             Log::warning(u"Cannot open the WebSocket: reports go over HTTP"_s);
-                            xhr->start(name, nullptr, nullptr);
-                            self->startStreaming(xhr, monitor, completion);
+                            overHttp();
                         });
                 });
             });
     });
 }
 
-void Vistrel::startStreaming(MessageSender *sender, std::pair<bool, bool> monitorOrForce,
+void Vistrel::startStreaming(MessageSender *sender, bool shouldStartMonitoring, bool force,
                              ErrorCompletion completion)
 {
     Log::debug(u"Selected message sender: "_s +
@@ -169,7 +171,6 @@ void Vistrel::startStreaming(MessageSender *sender, std::pair<bool, bool> monito
     m_messageSender = sender;
     m_pingSender->start(sender);
 
-    const auto [shouldStartMonitoring, force] = monitorOrForce;
     Log::debug(u"Should start monitoring: "_s + (shouldStartMonitoring ? u"true"_s : u"false"_s));
     if (!shouldStartMonitoring && !force) {
         completion(std::nullopt);

@@ -10,7 +10,6 @@
 #include <QTimer>
 
 #include <functional>
-#include <utility>
 
 namespace VistrelKit {
 
@@ -110,7 +109,7 @@ private:
     void backgroundTimeoutFired(QTimer *timer);
     void sendActiveUser();
     // Takes sender for the session; monitoring starts when the reply asks for it or it is forced.
-    void startStreaming(MessageSender *sender, std::pair<bool, bool> monitorOrForce,
+    void startStreaming(MessageSender *sender, bool shouldStartMonitoring, bool force,
                         ErrorCompletion completion);
 
     InitSender *m_initSender;
