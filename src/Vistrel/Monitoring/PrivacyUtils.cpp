@@ -22,6 +22,12 @@ QPoint mapToRoot(QWidget *view, QWidget *root, const QPoint &point)
     return root->mapFromGlobal(view->mapToGlobal(point));
 }
 
+// Where the view truly sits in root, in root's units.
+QRectF trueRect(QWidget *view, QWidget *root)
+{
+    return QRectF(mapToRoot(view, root, QPoint(0, 0)), view->size());
+}
+
 // Logs a bad entry of the service's lists once: the lists are read at every capture.
 void warnOnce(QSet<QString> *warned, const QString &key, const QString &message)
 {
@@ -79,7 +85,7 @@ QList<QRectF> PrivacyUtils::privateRects(QWidget *root, const std::optional<IOSC
     }
     const auto onDevice = shownViews(root, &PrivacyUtils::isPrivateOnDevice);
     for (QWidget *view : onDevice)
-        rects.append(QRectF(mapToRoot(view, root, QPoint(0, 0)), view->size()));
+        rects.append(trueRect(view, root));
     return rects;
 }
 
@@ -91,7 +97,7 @@ void PrivacyUtils::addServiceRects(QWidget *view, QWidget *root, QList<QRectF> &
     rects.append(scaledOrigin(QRectF(mapToRoot(view, root, frame.topLeft()), frame.size()),
                               root->devicePixelRatioF()));
     // And the view's true place, so that private content is covered wherever the view sits.
-    rects.append(QRectF(mapToRoot(view, root, QPoint(0, 0)), view->size()));
+    rects.append(trueRect(view, root));
 }
 
 bool PrivacyUtils::isPrivateOnDevice(const QWidget *widget)

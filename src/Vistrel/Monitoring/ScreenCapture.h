@@ -34,7 +34,8 @@ public:
     /// The window rendered with QWidget::grab() at its device pixel ratio.
     static QImage render(QWidget *window);
     /// A third of the image in each dimension (at least 1×1): each pixel is the mean of a 3×3
-    /// block, the area average a smooth scaler gives at this factor, in one pass.
+    /// block, the area average a smooth scaler gives at this factor. The last 1–2 columns and
+    /// rows of a size that is no multiple of 3 are left out.
     static QImage scaleToThird(const QImage &image);
     /// JPEG at quality 40.
     static QByteArray encodeJpeg(const QImage &image);
