@@ -2,6 +2,7 @@
 
 #include "Config/ConstantUtils.h"
 #include "Config/ServiceHost.h"
+#include "Core/Log.h"
 #include "LocalService.h"
 
 #include <QFile>
@@ -18,6 +19,17 @@ struct BenchService
     VistrelService::LocalService service;
     QTemporaryDir dir;
     VistrelKit::ServiceHost host;
+
+    /// The kit's debug lines would run through a bench's tables; the rest go to stderr.
+    static void quietLog()
+    {
+        VistrelKit::Log::setHandler(
+            [](const QString &level, const QString &source, const QString &message) {
+                if (level != QStringLiteral("DEBUG"))
+                    std::fprintf(stderr, "%s %s: %s\n", qPrintable(level), qPrintable(source),
+                                 qPrintable(message));
+            });
+    }
 
     /// Starts the service (with TLS from tlsDirectory when given) and writes the config file.
     /// False, with a line on stderr, when either fails.

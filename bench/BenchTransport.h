@@ -5,7 +5,6 @@
 #include "Api/OrvaneAPI.h"
 #include "BenchService.h"
 #include "Config/ApplicationConfigWrapper.h"
-#include "Core/Log.h"
 #include "Network/Bidirectional/BidirectionalMessageParser.h"
 #include "Network/Xhr/XhrMessageSender.h"
 
@@ -40,17 +39,6 @@ struct BenchTransport
     }
 
     QString visitId() const { return *wrapper.config().visitConfig.visitId; }
-
-    /// The kit's debug lines would run through a bench's tables; the rest go to stderr.
-    static void quietLog()
-    {
-        VistrelKit::Log::setHandler(
-            [](const QString &level, const QString &source, const QString &message) {
-                if (level != QStringLiteral("DEBUG"))
-                    std::fprintf(stderr, "%s %s: %s\n", qPrintable(level), qPrintable(source),
-                                 qPrintable(message));
-            });
-    }
 
     VistrelKit::ApplicationConfigWrapper wrapper;
     VistrelKit::HttpUtil http;

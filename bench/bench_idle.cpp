@@ -197,7 +197,7 @@ int main(int argc, char *argv[])
         std::fprintf(stderr, "--seconds takes a positive whole number\n");
         return 1;
     }
-    BenchTransport::quietLog();
+    BenchService::quietLog();
 
     BenchService bench;
     if (!bench.start())

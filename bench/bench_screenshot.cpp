@@ -494,7 +494,7 @@ int main(int argc, char *argv[])
     if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
-    BenchTransport::quietLog();
+    BenchService::quietLog();
     BenchService bench;
     if (!bench.start())
         return 1;

@@ -112,11 +112,7 @@ int main(int argc, char *argv[])
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
     QStandardPaths::setTestModeEnabled(true);
-    Orvane::setLogHandler([](const QString &level, const QString &source, const QString &text) {
-        if (level != u"DEBUG"_s)
-            std::fprintf(stderr, "%s %s: %s\n", qPrintable(level), qPrintable(source),
-                         qPrintable(text));
-    });
+    BenchService::quietLog();
     BenchService bench;
     if (!bench.start())
         return 1;
