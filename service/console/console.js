@@ -1,34 +1,37 @@
-// The agent console: polls the local service's console API and drives the selected visit.
+// The agent console: follows the local service's live feed, reads its console API and drives the
+// selected conversation's current visit.
 // Plain script, no build step; the element ids and data-testid values are documented in
 // docs/protocol.md ("Agent console") because browser tests rely on them.
 'use strict';
 
 (function () {
   const API = '/console/api';
+  const LIVE_PATH = '/console/api/live';
   const SCALE = 3;              // screenshots are a third of the device's pixel size
-  const VISITS_EVERY_MS = 1000;
-  const EVENTS_EVERY_MS = 200;  // a new screenshot shows within half a second
-  const CHAT_EVERY_MS = 1000;
+  const RECONNECT_MS = 1000;    // the live feed reconnects after this, refreshing everything
+  const CHAT_EVERY_MS = 1000;   // the chat and the call queue are still read each second
+  const CALLS_EVERY_MS = 1000;
   const POLLER_STALE_MS = 30000; // devices poll every few seconds; a silent one has gone
-  const MAX_ENTRIES = 300;
+  const MAX_ENTRIES = 500;
 
   const $ = (id) => document.getElementById(id);
   const ui = {
     status: $('connection-status'),
-    visitRows: $('visit-list').tBodies[0],
-    visitTable: $('visit-list'),
-    visitEmpty: $('visit-list-empty'),
+    rows: $('visit-list').tBodies[0],
+    table: $('visit-list'),
+    empty: $('visit-list-empty'),
     pollerRows: $('poller-list').tBodies[0],
     pollerTable: $('poller-list'),
     pollerEmpty: $('poller-list-empty'),
     title: $('selected-visit'),
+    area: $('screen-area'),
     stage: $('stage'),
     screen: $('screen'),
+    placeholder: $('screen-placeholder'),
     canvas: $('drawing-canvas'),
     taps: $('tap-layer'),
     timeline: $('timeline'),
     actionStatus: $('action-status'),
-    actions: document.querySelector('.actions'),
     draw: $('action-draw'),
     sendDrawing: $('action-send-drawing'),
     clearDrawing: $('action-clear-drawing'),
@@ -51,20 +54,29 @@
   };
 
   const state = {
-    visits: [],
-    selectedId: null,
-    selected: null,          // the selected visit's newest summary
-    since: 0,                // report cursor of the selected visit
-    primed: false,           // the first events answer of this visit arrived
-    shownIndex: -1,          // report index of the screenshot on display
-    loadingIndex: -1,
+    conversations: [],
+    selectedId: null,        // the selected conversation
+    chosen: false,           // the agent picked it (it is not left for a live one)
+    selected: null,          // its newest summary
+    since: 0,                // time line cursor
+    primed: false,           // the first events answer of this conversation arrived
+    fetching: false,         // an events request is under way
+    again: false,            // a change arrived meanwhile: ask again when it returns
+    shown: null,             // {visitId, index} of the screenshot on display
+    loading: null,
     imageUrl: null,
     natural: null,           // {width, height} of the screenshot on display
     drawing: false,
     drawn: false,
     generation: 0,           // bumps on every selection, so late answers are dropped
     chatShown: '',           // the chat answer on display, to redraw only on change
+    socket: null,
   };
+
+  // The visit commands go to: the conversation's current visit.
+  function visit() {
+    return state.selected ? state.selected.visit : null;
+  }
 
   // ---- service access -------------------------------------------------------------------
 
@@ -82,10 +94,35 @@
 
   function setConnection(online) {
     ui.status.dataset.state = online ? 'online' : 'offline';
-    ui.status.textContent = online ? 'Connected' : 'Service unreachable';
+    ui.status.textContent = online ? 'Live' : 'Service unreachable, retrying…';
   }
 
-  // ---- visit and poller lists -----------------------------------------------------------
+  // The service pushes what changed; everything is then read over the JSON API. A console that
+  // (re)connects reads everything, so nothing is lost while the feed was down.
+  function connect() {
+    const scheme = location.protocol === 'https:' ? 'wss://' : 'ws://';
+    const socket = new WebSocket(scheme + location.host + LIVE_PATH);
+    state.socket = socket;
+    socket.onopen = () => {
+      setConnection(true);
+      refreshList();
+      refreshEvents();
+    };
+    socket.onmessage = (message) => {
+      let change;
+      try { change = JSON.parse(message.data); } catch (e) { return; }
+      if (change.list) refreshList();
+      if (state.selectedId && (change.conversations || []).includes(state.selectedId)) {
+        refreshEvents();
+      }
+    };
+    socket.onclose = () => {
+      setConnection(false);
+      setTimeout(connect, RECONNECT_MS);
+    };
+  }
+
+  // ---- conversation and poller lists ----------------------------------------------------
 
   // HH:MM:SS, local time: compact enough for narrow columns.
   function time(ms) {
@@ -106,24 +143,31 @@
     return td;
   }
 
-  function renderVisits(visits) {
-    ui.visitRows.replaceChildren();
-    for (const visit of visits) {
-      const row = ui.visitRows.insertRow();
-      row.dataset.testid = 'visit-row';
-      row.dataset.visitId = visit.id;
-      row.setAttribute('aria-selected', String(visit.id === state.selectedId));
-      if (visit.id === state.selectedId) row.classList.add('selected');
-      cell(row, visit.shareId || '—');
-      cell(row, visit.tenantId || '—', visit.tenantId);
-      cell(row, short(visit.visitorId), visit.visitorId);
-      cell(row, visit.screen || '—', visit.screen);
-      cell(row, visit.transport);
-      cell(row, time(visit.lastReportAt));
-      row.addEventListener('click', () => select(visit.id));
+  function renderConversations() {
+    ui.rows.replaceChildren();
+    // Live ones first, newest first within each.
+    const shown = [...state.conversations].sort((a, b) =>
+      (a.state === 'live' ? 0 : 1) - (b.state === 'live' ? 0 : 1) ||
+      (b.visit.openedAt || 0) - (a.visit.openedAt || 0));
+    for (const conversation of shown) {
+      const current = conversation.visit;
+      const row = ui.rows.insertRow();
+      row.dataset.testid = 'conversation-row';
+      row.dataset.conversationId = conversation.id;
+      row.dataset.visitId = current.id;
+      row.dataset.state = conversation.state;
+      const selected = conversation.id === state.selectedId;
+      row.setAttribute('aria-selected', String(selected));
+      if (selected) row.classList.add('selected');
+      cell(row, current.shareId || '—', conversation.shareIds.join(' → '));
+      cell(row, short(current.visitorId), current.visitorId);
+      cell(row, current.screen || '—', current.screen);
+      cell(row, conversation.state === 'live' ? time(current.lastReportAt) : 'ended',
+           conversation.visitCount + (conversation.visitCount === 1 ? ' visit' : ' visits'));
+      row.addEventListener('click', () => select(conversation.id, true));
     }
-    ui.visitTable.hidden = visits.length === 0;
-    ui.visitEmpty.hidden = visits.length !== 0;
+    ui.table.hidden = shown.length === 0;
+    ui.empty.hidden = shown.length !== 0;
   }
 
   function renderPollers(pollers) {
@@ -134,7 +178,6 @@
       row.dataset.visitorId = poller.visitorId;
       cell(row, short(poller.visitorId), poller.visitorId);
       cell(row, poller.tenantId || '—', poller.tenantId);
-      cell(row, poller.channels.join(' ') || '—');
       cell(row, time(poller.lastPollAt));
       const button = document.createElement('button');
       button.type = 'button';
@@ -143,92 +186,88 @@
       button.dataset.testid = 'poller-cobrowse';
       button.addEventListener('click', () =>
         act('POST', '/pollers/' + encodeURIComponent(poller.visitorId) + '/co-browse', undefined,
-            'Co-browsing start queued for visitor ' + short(poller.visitorId)));
+            'Co-browsing start for visitor ' + short(poller.visitorId)));
       row.insertCell().append(button);
     }
     ui.pollerTable.hidden = pollers.length === 0;
     ui.pollerEmpty.hidden = pollers.length !== 0;
   }
 
-  async function refreshVisits() {
+  let listing = false;
+  let listAgain = false;
+  async function refreshList() {
+    if (listing) { listAgain = true; return; }
+    listing = true;
     try {
-      const answer = await call('GET', '/visits');
+      const answer = await call('GET', '/conversations');
       if (!answer.ok || !answer.data) throw new Error('HTTP ' + answer.status);
-      setConnection(true);
-      const live = answer.data.visits.filter((visit) => visit.state === 'open');
-      state.visits = live;
-      const next = follow(live, answer.data.visits);
-      if (next) select(next);
-      renderVisits(live);
+      state.conversations = answer.data.conversations;
+      const next = follow();
+      if (next) select(next, false);
+      renderConversations();
       // A device that changed its visitor id (its user was identified) leaves its old one behind.
       renderPollers(answer.data.pollers.filter((poller) => !poller.hasLiveVisit &&
         Date.now() - poller.lastPollAt < POLLER_STALE_MS));
     } catch (e) {
       setConnection(false);
+    } finally {
+      listing = false;
+      if (listAgain) { listAgain = false; refreshList(); }
     }
-    setTimeout(refreshVisits, VISITS_EVERY_MS);
   }
 
-  // The visit to show next, if not the selected one. A device restarts its session as a new
-  // visit (e.g. once its user is identified): the console follows the newest live visit of the
-  // same visitor or session, or the only live visit once the selected one is gone.
-  function follow(live, all) {
-    const current = all.find((visit) => visit.id === state.selectedId);
-    const isLive = live.some((visit) => visit.id === state.selectedId);
-    if (current) {
-      const successors = live.filter((visit) => visit.id !== current.id &&
-        (visit.openedAt || 0) > (current.openedAt || 0) &&
-        ((current.visitorId && visit.visitorId === current.visitorId) ||
-         (current.sessionId && visit.sessionId === current.sessionId)));
-      if (successors.length) {
-        successors.sort((a, b) => (b.openedAt || 0) - (a.openedAt || 0));
-        return successors[0].id;
-      }
-    }
-    if (!isLive && live.length === 1) return live[0].id;
-    return null;
+  // The conversation to show next, if not the selected one: the only live one, unless the agent
+  // chose the selected one and it is still live. A device's new visits join its conversation,
+  // so the console stays with the person through restarts and co-browsing starts.
+  function follow() {
+    const live = state.conversations.filter((c) => c.state === 'live');
+    const current = state.conversations.find((c) => c.id === state.selectedId);
+    if (current && (current.state === 'live' || state.chosen)) return null;
+    return live.length === 1 && live[0].id !== state.selectedId ? live[0].id : null;
   }
 
-  // ---- the selected visit ---------------------------------------------------------------
+  // ---- the selected conversation --------------------------------------------------------
 
-  function select(visitId) {
-    if (visitId === state.selectedId) return;
+  function select(id, chosen) {
+    state.chosen = chosen;
+    if (id === state.selectedId) return;
     state.generation += 1;
     Object.assign(state, {
-      selectedId: visitId, selected: null, since: 0, primed: false,
-      shownIndex: -1, loadingIndex: -1, natural: null,
+      selectedId: id, selected: null, since: 0, primed: false, fetching: false, again: false,
+      shown: null, loading: null, natural: null,
     });
     if (state.imageUrl) URL.revokeObjectURL(state.imageUrl);
     state.imageUrl = null;
     ui.screen.removeAttribute('src');
     delete ui.screen.dataset.screenshotIndex;
-    ui.screen.dataset.visitId = visitId;
+    delete ui.screen.dataset.visitId;
     ui.timeline.replaceChildren();
     ui.taps.replaceChildren();
     state.chatShown = '';
     renderChat([]);
     setDrawing(false);
     clearCanvas();
-    renderVisits(state.visits);
+    renderConversations();
     renderSelection();
+    refreshEvents();
   }
 
   function renderSelection() {
-    const visit = state.selected;
+    const current = visit();
     if (!state.selectedId) {
       ui.title.textContent = 'No visit selected';
-    } else if (visit) {
-      const share = visit.shareId ? 'Share id ' + visit.shareId : 'Visit ' + short(visit.id);
-      const ended = visit.state === 'open' ? '' : ' (' + visit.state + ')';
-      ui.title.textContent = share + ' · ' + (visit.screen || 'unknown screen') + ended;
+    } else if (current) {
+      const share = current.shareId ? 'Share id ' + current.shareId : 'Visit ' + short(current.id);
+      const ended = current.state === 'open' ? '' : ' (' + current.state + ')';
+      ui.title.textContent = share + ' · ' + (current.screen || 'unknown screen') + ended;
     }
-    const usable = !!visit && visit.state === 'open';
+    const usable = !!current && current.state === 'open';
     for (const id of Object.keys(ui.commands)) $(id).disabled = !usable;
     ui.draw.disabled = !usable || !state.natural;
     ui.sendDrawing.disabled = !usable || !state.drawn;
     ui.clearDrawing.disabled = !state.drawn;
-    for (const button of ui.chatButtons) button.disabled = !visit || !visit.visitorId;
-    renderUser(visit && visit.user);
+    for (const button of ui.chatButtons) button.disabled = !current || !current.visitorId;
+    renderUser(current && current.user);
   }
 
   // ---- the visit's user and chat --------------------------------------------------------
@@ -289,11 +328,11 @@
   }
 
   async function pollChat() {
-    const visitId = state.selectedId;
+    const current = visit();
     const generation = state.generation;
-    if (visitId && state.selected && state.selected.visitorId) {
+    if (current && current.visitorId) {
       try {
-        const answer = await call('GET', '/visits/' + encodeURIComponent(visitId) + '/chat');
+        const answer = await call('GET', '/visits/' + encodeURIComponent(current.id) + '/chat');
         if (generation === state.generation && answer.ok && answer.data) applyChat(answer.data);
       } catch (e) {
         setConnection(false);
@@ -303,15 +342,16 @@
   }
 
   async function chatPost(path, body, done) {
-    if (!state.selectedId) return;
+    const current = visit();
+    if (!current) return false;
     const generation = state.generation;
-    const answer = await call('POST', '/visits/' + encodeURIComponent(state.selectedId) + path, body)
+    const answer = await call('POST', '/visits/' + encodeURIComponent(current.id) + path, body)
       .catch(() => ({ ok: false, status: 0, data: null }));
     if (answer.ok) {
       if (generation === state.generation) applyChat(answer.data);
-      report(done, false);
+      report(done);
     } else {
-      report((answer.data && answer.data.error) || 'The service cannot be reached', true);
+      refused((answer.data && answer.data.error) || 'The service cannot be reached');
     }
     return answer.ok;
   }
@@ -327,87 +367,90 @@
   $('chat-send-image').addEventListener('click', () =>
     chatPost('/chat/document', { kind: 'png' }, 'Image sent into the chat'));
 
-  async function pollEvents() {
-    const visitId = state.selectedId;
+  // Reads the selected conversation's new time line events; one request at a time, and once
+  // more if a change arrived meanwhile.
+  async function refreshEvents() {
+    const id = state.selectedId;
+    if (!id) return;
+    if (state.fetching) { state.again = true; return; }
     const generation = state.generation;
-    if (visitId) {
-      try {
-        const answer = await call('GET', '/visits/' + encodeURIComponent(visitId) +
-                                         '/events?since=' + state.since);
-        if (generation === state.generation && answer.ok && answer.data) {
-          applyEvents(answer.data);
-        }
-      } catch (e) {
-        setConnection(false);
+    state.fetching = true;
+    try {
+      const answer = await call('GET', '/conversations/' + encodeURIComponent(id) +
+                                       '/events?since=' + state.since);
+      if (generation === state.generation && answer.ok && answer.data) applyEvents(answer.data);
+    } catch (e) {
+      setConnection(false);
+    } finally {
+      if (generation === state.generation) {
+        state.fetching = false;
+        if (state.again) { state.again = false; refreshEvents(); }
       }
     }
-    setTimeout(pollEvents, EVENTS_EVERY_MS);
   }
 
   function applyEvents(data) {
-    state.selected = data.visit;
+    state.selected = data.conversation;
     const live = state.primed;  // the first answer is history: no markers for it
     for (const event of data.events) addEvent(event, live);
     state.since = data.next;
     state.primed = true;
-    const shot = data.visit.screenshot;
-    if (shot && shot.index > state.shownIndex && shot.index !== state.loadingIndex) {
-      loadScreenshot(data.visit.id, shot.index);
+    const current = data.conversation.visit;
+    const shot = current.screenshot;
+    const key = shot && current.id + ':' + shot.index;
+    if (shot && key !== (state.shown && state.shown.key) && key !== state.loading) {
+      loadScreenshot(current.id, shot, key);
     }
     renderSelection();
   }
 
-  async function loadScreenshot(visitId, index) {
+  // Fetches and decodes the screenshot, then swaps it in, unless a newer one was asked for
+  // meanwhile (state.loading names the newest asked for).
+  async function loadScreenshot(visitId, shot, key) {
     const generation = state.generation;
-    state.loadingIndex = index;
+    const wanted = () => generation === state.generation && state.loading === key;
+    state.loading = key;
     try {
       const response = await fetch(API + '/visits/' + encodeURIComponent(visitId) +
-                                   '/screenshots/' + index);
-      if (!response.ok) return;
-      const blob = await response.blob();
-      if (generation !== state.generation || index <= state.shownIndex) return;
-      const url = URL.createObjectURL(blob);
+                                   '/screenshots/' + shot.index);
+      if (!response.ok) throw new Error('HTTP ' + response.status);
+      const url = URL.createObjectURL(await response.blob());
       const image = new Image();
-      image.onload = () => {
-        if (generation !== state.generation || index <= state.shownIndex) {
-          URL.revokeObjectURL(url);
-          return;
-        }
-        const previous = state.imageUrl;
-        state.imageUrl = url;
-        state.shownIndex = index;
-        ui.screen.src = url;
-        ui.screen.dataset.screenshotIndex = String(index);
-        if (previous) URL.revokeObjectURL(previous);
-        layout(image.naturalWidth, image.naturalHeight);
-      };
-      image.onerror = () => URL.revokeObjectURL(url);
       image.src = url;
+      await image.decode();
+      if (!wanted()) {
+        URL.revokeObjectURL(url);
+        return;
+      }
+      const previous = state.imageUrl;
+      state.imageUrl = url;
+      state.shown = { key, visitId, index: shot.index };
+      ui.screen.src = url;
+      ui.screen.dataset.visitId = visitId;
+      ui.screen.dataset.screenshotIndex = String(shot.index);
+      // When it reached the service and when it showed here, for the browser tests.
+      ui.screen.dataset.arrivedAt = String(shot.at);
+      ui.screen.dataset.shownAt = String(Date.now());
+      if (previous) URL.revokeObjectURL(previous);
+      layout(image.naturalWidth, image.naturalHeight);
     } catch (e) {
-      setConnection(false);
+      // Not shown; the next change asks again.
     } finally {
-      if (state.loadingIndex === index) state.loadingIndex = -1;
+      if (wanted()) state.loading = null;
     }
   }
 
-  // Shows the screenshot large enough to work on: up to device size, within the panel.
+  // The screenshot at its own aspect ratio, as large as the screen area allows and never
+  // below its own size; the stage is the image's size, so markers and drawing lie on it.
   function layout(width, height) {
     const changed = !state.natural || state.natural.width !== width ||
                     state.natural.height !== height;
     state.natural = { width, height };
-    // The panel's height less its title, buttons, status line, paddings and margins.
-    const panel = ui.stage.parentElement;
-    const others = ui.title.offsetHeight + ui.actions.offsetHeight + ui.actionStatus.offsetHeight;
-    const room = {
-      width: panel.clientWidth - 24,
-      height: Math.max(160, panel.clientHeight - others - 64),
-    };
-    const scale = Math.min(SCALE, room.width / width, room.height / height);
-    const shown = { width: Math.round(width * scale), height: Math.round(height * scale) };
-    for (const element of [ui.screen, ui.canvas]) {
-      element.style.width = shown.width + 'px';
-      element.style.height = shown.height + 'px';
-    }
+    const room = { width: ui.area.clientWidth, height: ui.area.clientHeight };
+    const scale = Math.max(1, Math.min(room.width / width, room.height / height));
+    const shown = { width: Math.floor(width * scale), height: Math.floor(height * scale) };
+    ui.stage.style.width = shown.width + 'px';
+    ui.stage.style.height = shown.height + 'px';
     if (changed) {
       // The drawing is made in device pixels, as the device lays it over its screen.
       ui.canvas.width = width * SCALE;
@@ -417,14 +460,21 @@
     renderSelection();
   }
 
-  window.addEventListener('resize', () => {
+  new ResizeObserver(() => {
     if (state.natural) layout(state.natural.width, state.natural.height);
-  });
+  }).observe(ui.area);
 
   // ---- time line ------------------------------------------------------------------------
 
   function describe(event) {
     switch (event.kind) {
+    case 'visit':
+      return [event.resumed ? 'Resumed' : 'Visit',
+              [event.shareId && 'share id ' + event.shareId, 'over ' + event.transport,
+               event.screen].filter(Boolean).join(' · ')];
+    case 'ended':
+      return ['Ended', event.reason === 'silent' ? 'the device went silent'
+                                                 : 'the device ended the visit'];
     case 'page': return ['Page', event.screen || '(no name)'];
     case 'tag': return ['Tag', event.tag];
     case 'tap': return ['Tap', '(' + Math.round(event.x) + ', ' + Math.round(event.y) + ')'];
@@ -435,15 +485,15 @@
                      user.label.length && 'labels ' + user.label.join(', ')];
       return ['User', parts.filter(Boolean).join(' · ') || '(empty)'];
     }
+    case 'command': return ['Agent', event.text];
     default: return [event.kind, ''];
     }
   }
 
-  function entry(kind, label, text, at, index) {
+  function entry(kind, label, text, at) {
     const item = document.createElement('li');
     item.dataset.testid = 'timeline-entry';
     item.dataset.kind = kind;
-    if (index !== undefined) item.dataset.index = String(index);
     const stamp = document.createElement('time');
     stamp.dateTime = new Date(at).toISOString();
     stamp.textContent = time(at);
@@ -456,12 +506,44 @@
     item.append(stamp, kindLabel, body);
     ui.timeline.prepend(item);
     while (ui.timeline.children.length > MAX_ENTRIES) ui.timeline.lastElementChild.remove();
+    return item;
+  }
+
+  // A command's entry shows its state: queued, delivered (the device fetched it), done (the
+  // device reported what it did).
+  function commandState(commandId, name, text) {
+    const item = ui.timeline.querySelector('[data-command-id="' + commandId + '"]');
+    if (!item) return;
+    item.dataset.state = name;
+    item.querySelector('.state').textContent = text;
   }
 
   function addEvent(event, live) {
+    if (event.kind === 'delivered') {
+      commandState(event.commandId, 'delivered', 'delivered · ' + event.transport);
+      return;
+    }
+    if (event.kind === 'result') {
+      commandState(event.commandId, 'done', '→ ' + event.text);
+      return;
+    }
     const [label, text] = describe(event);
-    entry(event.kind, label, text, event.at, event.index);
-    if (event.kind === 'tap' && live) mark(event.x / SCALE, event.y / SCALE, false);
+    const item = entry(event.kind, label, text, event.at);
+    item.dataset.seq = String(event.seq);
+    item.dataset.visitId = event.visitId;
+    if (event.kind === 'command') {
+      item.dataset.commandId = String(event.commandId);
+      item.dataset.state = 'queued';
+      const badge = document.createElement('span');
+      badge.className = 'state';
+      badge.dataset.testid = 'command-state';
+      badge.textContent = 'queued';
+      item.append(badge);
+    }
+    const current = visit();
+    if (event.kind === 'tap' && live && current && event.visitId === current.id) {
+      mark(event.x / SCALE, event.y / SCALE, false);
+    }
   }
 
   // A ring at screenshot pixel (x, y).
@@ -560,34 +642,40 @@
 
   async function refreshCalls() {
     await refreshCallsNow();
-    setTimeout(refreshCalls, VISITS_EVERY_MS);
+    setTimeout(refreshCalls, CALLS_EVERY_MS);
   }
 
-  function report(text, failed) {
+  // The time line shows what was queued (the service logs it); refusals show here only.
+  function report(text) {
+    ui.actionStatus.textContent = text + ' queued';
+    ui.actionStatus.classList.remove('error');
+  }
+
+  function refused(text) {
     ui.actionStatus.textContent = text;
-    ui.actionStatus.classList.toggle('error', !!failed);
-    entry(failed ? 'error' : 'command', failed ? 'Refused' : 'Sent', text, Date.now());
+    ui.actionStatus.classList.add('error');
+    entry('error', 'Refused', text, Date.now());
   }
 
   async function act(method, path, body, done) {
     try {
       const answer = await call(method, path, body);
-      if (answer.ok) report(done, false);
-      else report((answer.data && answer.data.error) || 'HTTP ' + answer.status, true);
+      if (answer.ok) report(done);
+      else refused((answer.data && answer.data.error) || 'HTTP ' + answer.status);
       return answer.ok;
     } catch (e) {
       setConnection(false);
-      report('The service cannot be reached', true);
+      refused('The service cannot be reached');
       return false;
     }
   }
 
   function visitPath(action) {
-    return '/visits/' + encodeURIComponent(state.selectedId) + '/' + action;
+    return '/visits/' + encodeURIComponent(visit().id) + '/' + action;
   }
 
   ui.screen.addEventListener('click', (e) => {
-    if (!state.selectedId || !state.natural || state.drawing) return;
+    if (!visit() || !state.natural || state.drawing) return;
     const box = ui.screen.getBoundingClientRect();
     // Screenshot pixels, then device pixels.
     const sx = (e.clientX - box.left) * state.natural.width / box.width;
@@ -601,7 +689,7 @@
   for (const [id, action] of Object.entries(ui.commands)) {
     const label = $(id).textContent;
     $(id).addEventListener('click', () => {
-      if (state.selectedId) act('POST', visitPath(action), undefined, label);
+      if (visit()) act('POST', visitPath(action), undefined, label);
     });
   }
 
@@ -659,7 +747,7 @@
   ui.draw.addEventListener('click', () => setDrawing(!state.drawing));
   ui.clearDrawing.addEventListener('click', clearCanvas);
   ui.sendDrawing.addEventListener('click', async () => {
-    if (!state.selectedId || !state.drawn) return;
+    if (!visit() || !state.drawn) return;
     const png = ui.canvas.toDataURL('image/png');
     if (await act('POST', visitPath('drawing'), { png }, 'Drawing')) {
       clearCanvas();
@@ -668,8 +756,7 @@
   });
 
   renderSelection();
-  refreshVisits();
+  connect();
   refreshCalls();
-  pollEvents();
   pollChat();
 })();

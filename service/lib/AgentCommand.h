@@ -11,6 +11,8 @@ struct AgentCommand
     QByteArray text;
     /// Raw text skips the wrapping below, so tests can hand the device malformed commands.
     bool raw = false;
+    /// Unique within the service, from 1; the registry numbers commands as they are queued.
+    qint64 id = 0;
 
     /// The string element of an XHR reply: the JSON text of an array of command objects.
     QByteArray xhrElement() const

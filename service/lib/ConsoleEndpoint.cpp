@@ -92,19 +92,6 @@ QJsonObject consoleUser(const QJsonObject &from, const QString &source)
     return user;
 }
 
-QJsonObject userOf(const VistrelKit::ProtoUserTag &tag)
-{
-    QJsonArray labels;
-    for (const std::string &label : tag.label())
-        labels.append(text(label));
-    return QJsonObject{{u"id"_s, text(tag.id())},
-                       {u"email"_s, text(tag.email())},
-                       {u"firstname"_s, text(tag.firstname())},
-                       {u"lastname"_s, text(tag.lastname())},
-                       {u"label"_s, labels},
-                       {u"assignedUser"_s, text(tag.assigneduser())},
-                       {u"mobileDeviceToken"_s, text(tag.mobiledevicetoken())}};
-}
 } // namespace
 
 ConsoleEndpoint::ConsoleEndpoint(LocalService *service)
@@ -160,6 +147,17 @@ HttpReply ConsoleEndpoint::api(const RecordedRequest &request, const QStringList
             return fail(405, u"method not allowed"_s);
         return visitList();
     }
+    if (segments.at(0) == u"conversations"_s) {
+        if (method != u"GET"_s)
+            return fail(405, u"method not allowed"_s);
+        if (segments.size() == 1)
+            return conversationList();
+        if (segments.size() != 3 || segments.at(2) != u"events"_s)
+            return fail(404, u"no such console endpoint"_s);
+        if (!m_service->conversations()->contains(segments.at(1)))
+            return fail(404, u"unknown conversation"_s);
+        return events(segments.at(1), request);
+    }
     if (segments.size() == 3 && segments.at(0) == u"pollers"_s &&
         segments.at(2) == u"co-browse"_s) {
         if (method != u"POST"_s)
@@ -206,7 +204,7 @@ HttpReply ConsoleEndpoint::api(const RecordedRequest &request, const QStringList
 
     // visits/{id}, visits/{id}/{action}, visits/{id}/screenshots/{index}
     const QString action = segments.value(2);
-    static const QStringList Reads = {QString(), u"events"_s, u"screenshots"_s};
+    static const QStringList Reads = {QString(), u"screenshots"_s};
     static const QStringList Commands = {u"click"_s,  u"drawing"_s, u"stop"_s,     u"faster"_s,
                                          u"opt-in"_s, u"start"_s,   u"co-browse"_s};
     const bool read = Reads.contains(action);
@@ -222,8 +220,6 @@ HttpReply ConsoleEndpoint::api(const RecordedRequest &request, const QStringList
         return fail(404, u"unknown visit"_s);
     if (action.isEmpty())
         return jsonReply(200, summary(*visit));
-    if (action == u"events"_s)
-        return events(*visit, request);
     if (action == u"screenshots"_s)
         return screenshot(*visit, segments.at(3));
 
@@ -247,14 +243,10 @@ HttpReply ConsoleEndpoint::api(const RecordedRequest &request, const QStringList
     return command(*visit, Fixed.value(action));
 }
 
-HttpReply ConsoleEndpoint::visitList()
+QJsonArray ConsoleEndpoint::pollerList() const
 {
-    QJsonArray visits;
     QSet<QString> liveVisitors;
     for (const Visit *visit : m_service->visits()) {
-        if (visit->state() == Visit::State::Pending)
-            continue;
-        visits.append(summary(*visit));
         if (visit->isOpen())
             liveVisitors.insert(visit->visitorId());
     }
@@ -270,51 +262,62 @@ HttpReply ConsoleEndpoint::visitList()
             {u"hasLiveVisit"_s, liveVisitors.contains(poller.visitorId)},
         });
     }
-    return jsonReply(200, QJsonObject{{u"visits"_s, visits}, {u"pollers"_s, pollers}});
+    return pollers;
 }
 
-HttpReply ConsoleEndpoint::events(const Visit &visit, const RecordedRequest &request)
+HttpReply ConsoleEndpoint::visitList()
 {
-    qsizetype since = 0;
+    QJsonArray visits;
+    for (const Visit *visit : m_service->visits()) {
+        if (visit->state() != Visit::State::Pending)
+            visits.append(summary(*visit));
+    }
+    return jsonReply(200, QJsonObject{{u"visits"_s, visits}, {u"pollers"_s, pollerList()}});
+}
+
+HttpReply ConsoleEndpoint::conversationList()
+{
+    QJsonArray conversations;
+    for (const QString &id : m_service->conversations()->ids())
+        conversations.append(conversation(id));
+    return jsonReply(
+        200, QJsonObject{{u"conversations"_s, conversations}, {u"pollers"_s, pollerList()}});
+}
+
+QJsonObject ConsoleEndpoint::conversation(const QString &id)
+{
+    const Conversations *conversations = m_service->conversations();
+    const QList<const Visit *> visits = conversations->visitsOf(id);
+    QStringList shareIds;
+    bool live = false;
+    for (const Visit *visit : visits) {
+        live = live || visit->isOpen();
+        const QString shareId = summary(*visit).value(u"shareId"_s).toString();
+        if (!shareId.isEmpty() && !shareIds.contains(shareId))
+            shareIds.append(shareId);
+    }
+    return QJsonObject{{u"id"_s, id},
+                       {u"state"_s, live ? u"live"_s : u"ended"_s},
+                       {u"visitCount"_s, visits.size()},
+                       {u"shareIds"_s, QJsonArray::fromStringList(shareIds)},
+                       {u"startedAt"_s, epochMs(visits.constFirst()->openedAt())},
+                       {u"visit"_s, summary(*conversations->current(id))}};
+}
+
+HttpReply ConsoleEndpoint::events(const QString &id, const RecordedRequest &request)
+{
+    qint64 since = 0;
     if (request.query.hasQueryItem(u"since"_s)) {
         bool ok = false;
         since = request.queryValue(u"since"_s).toLongLong(&ok);
         if (!ok || since < 0)
             return fail(400, u"since is not a non-negative integer"_s);
     }
-    const QList<Report> &reports = visit.reports();
-    QList<QJsonObject> found;
-    for (qsizetype index = std::min(since, reports.size()); index < reports.size(); ++index) {
-        const Report &report = reports.at(index);
-        const VistrelKit::ProtoMessage &message = report.message;
-        const QJsonObject base{{u"index"_s, index},
-                               {u"at"_s, epochMs(report.receivedAt)},
-                               {u"time"_s, qint64(message.time())}};
-        const auto event = [&base](const QString &kind, const QJsonObject &fields) {
-            QJsonObject event = base;
-            event.insert(u"kind"_s, kind);
-            for (auto it = fields.begin(); it != fields.end(); ++it)
-                event.insert(it.key(), it.value());
-            return event;
-        };
-        if (message.has_pagechange())
-            found.append(event(u"page"_s, {{u"screen"_s, text(message.pagechange())}}));
-        if (message.has_tag())
-            found.append(event(u"tag"_s, {{u"tag"_s, text(message.tag())}}));
-        for (const VistrelKit::ProtoUserTag &tag : message.usertag())
-            found.append(event(u"userTag"_s, {{u"user"_s, userOf(tag)}}));
-        for (const VistrelKit::ProtoClickEvent &click : message.clickevent())
-            found.append(
-                event(u"tap"_s, {{u"x"_s, double(click.x())}, {u"y"_s, double(click.y())}}));
-    }
-    if (found.size() > MaxEvents)
-        found.remove(0, found.size() - MaxEvents);
-    QJsonArray list;
-    for (const QJsonObject &event : std::as_const(found))
-        list.append(event);
-    return jsonReply(200, QJsonObject{{u"visit"_s, summary(visit)},
-                                      {u"next"_s, reports.size()},
-                                      {u"events"_s, list}});
+    qint64 next = 0;
+    const QJsonArray events = m_service->conversations()->events(id, since, &next);
+    return jsonReply(200, QJsonObject{{u"conversation"_s, conversation(id)},
+                                      {u"next"_s, next},
+                                      {u"events"_s, events}});
 }
 
 HttpReply ConsoleEndpoint::screenshot(const Visit &visit, const QString &indexText) const
@@ -389,9 +392,11 @@ HttpReply ConsoleEndpoint::drawing(const Visit &visit, const QByteArray &body)
 
 HttpReply ConsoleEndpoint::command(const Visit &visit, const QJsonObject &command)
 {
-    if (!m_service->queueCommand(visit.id(), command))
+    const qint64 id = m_service->queueCommand(visit.id(), command);
+    if (id == 0)
         return fail(500, u"command not queued"_s);
-    return jsonReply(200, QJsonObject{{u"visitId"_s, visit.id()}, {u"queued"_s, command}});
+    return jsonReply(
+        200, QJsonObject{{u"visitId"_s, visit.id()}, {u"commandId"_s, id}, {u"queued"_s, command}});
 }
 
 HttpReply ConsoleEndpoint::coBrowse(const QString &visitorId)
@@ -399,7 +404,9 @@ HttpReply ConsoleEndpoint::coBrowse(const QString &visitorId)
     const QString channel = u"SCB"_s;
     if (!m_service->queueChannelMessage(visitorId, channel, QString()))
         return fail(500, u"message not queued"_s);
+    const qint64 id = m_service->conversations()->channelMessageQueued(visitorId, channel);
     return jsonReply(200, QJsonObject{{u"visitorId"_s, visitorId},
+                                      {u"commandId"_s, id},
                                       {u"queued"_s, QJsonObject{{u"channel"_s, channel},
                                                                 {u"payload"_s, QString()}}}});
 }
@@ -460,7 +467,7 @@ const ConsoleEndpoint::Digest &ConsoleEndpoint::digest(const Visit &visit)
         if (message.has_pagechange())
             digest.screen = text(message.pagechange());
         if (message.usertag_size() > 0) {
-            QJsonObject user = userOf(message.usertag(message.usertag_size() - 1));
+            QJsonObject user = Conversations::userJson(message.usertag(message.usertag_size() - 1));
             user.insert(u"tags"_s, user.take(u"label"_s));
             digest.user = consoleUser(user, u"report"_s);
         }
@@ -488,9 +495,11 @@ QJsonObject ConsoleEndpoint::summary(const Visit &visit)
         shareId = init->shareId;
     QJsonValue screenshot;
     if (known.screenshotIndex >= 0) {
-        screenshot = QJsonObject{{u"index"_s, known.screenshotIndex},
-                                 {u"width"_s, known.screenshotSize.width()},
-                                 {u"height"_s, known.screenshotSize.height()}};
+        screenshot =
+            QJsonObject{{u"index"_s, known.screenshotIndex},
+                        {u"at"_s, epochMs(visit.reports().at(known.screenshotIndex).receivedAt)},
+                        {u"width"_s, known.screenshotSize.width()},
+                        {u"height"_s, known.screenshotSize.height()}};
     }
     return QJsonObject{
         {u"id"_s, visit.id()},
@@ -501,6 +510,10 @@ QJsonObject ConsoleEndpoint::summary(const Visit &visit)
         {u"screen"_s, known.screen.isEmpty() ? visit.url() : known.screen},
         {u"transport"_s, visit.transport() ? transportName(*visit.transport()) : QString()},
         {u"state"_s, stateName(visit.state())},
+        {u"endReason"_s, visit.endReason() == Visit::EndReason::Silent    ? u"silent"_s
+                         : visit.endReason() == Visit::EndReason::Deleted ? u"deleted"_s
+                                                                          : QString()},
+        {u"conversationId"_s, visit.conversationId()},
         {u"openedAt"_s, epochMs(visit.openedAt())},
         {u"lastReportAt"_s, epochMs(visit.lastReportTime())},
         {u"reportCount"_s, visit.reports().size()},

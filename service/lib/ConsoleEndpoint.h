@@ -4,6 +4,7 @@
 #include "RecordedRequest.h"
 
 #include <QHash>
+#include <QJsonArray>
 #include <QJsonObject>
 #include <QSize>
 #include <QString>
@@ -14,7 +15,8 @@ class LocalService;
 class Visit;
 
 /// The agent console: its page at "/" and "/console/…", and its JSON API under "/console/api/":
-/// the live visits and channel pollers, each visit's screenshots, time line and user, the agent's
+/// the conversations (a device's visits) with their time lines, the visits and channel pollers,
+/// each visit's screenshots and user, the agent's
 /// commands, which go out through the service's command and channel queues, and the web chat
 /// with the visit's visitor; and the video call queue with the calls of the stand-in meeting.
 class ConsoleEndpoint
@@ -28,8 +30,6 @@ public:
     static constexpr int MaxDrawingSide = 8192;
     /// Coordinates of a tap before the visit's first screenshot tells its size.
     static constexpr int MaxCoordinate = 100000;
-    /// Time line events per answer: the newest are kept.
-    static constexpr int MaxEvents = 500;
 
     explicit ConsoleEndpoint(LocalService *service);
 
@@ -50,8 +50,11 @@ private:
 
     HttpReply asset(const RecordedRequest &request) const;
     HttpReply api(const RecordedRequest &request, const QStringList &segments);
+    QJsonArray pollerList() const;
     HttpReply visitList();
-    HttpReply events(const Visit &visit, const RecordedRequest &request);
+    HttpReply conversationList();
+    QJsonObject conversation(const QString &id);
+    HttpReply events(const QString &conversationId, const RecordedRequest &request);
     HttpReply screenshot(const Visit &visit, const QString &indexText) const;
     HttpReply click(const Visit &visit, const QByteArray &body);
     HttpReply drawing(const Visit &visit, const QByteArray &body);

@@ -16,6 +16,7 @@
 #include <QSslSocket>
 #include <QTcpSocket>
 #include <QTimer>
+#include <QWebSocket>
 
 #include <algorithm>
 #include <climits>
@@ -50,15 +51,19 @@ LocalService::LocalService(QObject *parent)
     : QAbstractHttpServer(parent)
     , m_monitoringConfig(defaultMonitoringConfig())
     , m_strings(defaultStrings())
+    , m_conversations(&m_registry, [this](const QString &visitId) { return deviceInit(visitId); })
     , m_xhr(&m_registry)
-    , m_webSockets(this, &m_registry)
+    , m_webSockets(&m_registry)
     , m_console(this)
     , m_chat(this)
 {
     connect(&m_registry, &VisitRegistry::visitOpened, this, &LocalService::visitOpened);
     connect(&m_registry, &VisitRegistry::visitEnded, this, &LocalService::visitEnded);
     connect(&m_registry, &VisitRegistry::reportReceived, this, &LocalService::reportReceived);
-    connect(&m_registry, &VisitRegistry::commandDelivered, this, &LocalService::commandDelivered);
+    connect(&m_registry, &VisitRegistry::commandDelivered, this,
+            [this](const QString &visitId, const AgentCommand &command, Transport via) {
+                Q_EMIT commandDelivered(visitId, command.text, via);
+            });
     connect(&m_webSockets, &WebSocketEndpoint::connected, this, &LocalService::webSocketConnected);
     connect(&m_webSockets, &WebSocketEndpoint::disconnected, this,
             &LocalService::webSocketDisconnected);
@@ -69,6 +74,15 @@ LocalService::LocalService(QObject *parent)
             &LocalService::channelMessageDelivered);
     connect(&m_chat, &ChatEndpoint::messagePosted, this, &LocalService::chatMessagePosted);
     m_webSockets.setMaxMessageSize(m_maxBodySize);
+    connect(this, &QAbstractHttpServer::newWebSocketConnection, this,
+            &LocalService::acceptWebSockets);
+    connect(&m_conversations, &Conversations::changed, &m_consoleFeed,
+            &ConsoleFeed::conversationChanged);
+    connect(&m_channels, &ChannelEndpoint::polled, &m_consoleFeed, &ConsoleFeed::listChanged);
+    connect(&m_channels, &ChannelEndpoint::messageDelivered, &m_conversations,
+            [this](const QString &visitorId, const QString &channel) {
+                m_conversations.channelMessageDelivered(visitorId, channel);
+            });
     m_channels.setSupplier(
         [this](const ChannelPoller &poller) { return m_conference.messagesFor(poller); });
     connect(&m_meetings, &MeetingEndpoint::meetingJoined, &m_conference,
@@ -152,6 +166,14 @@ std::optional<DeviceInit> LocalService::deviceInit(const QString &visitId) const
     return found == m_inits.constEnd() ? std::nullopt : std::optional<DeviceInit>(*found);
 }
 
+void LocalService::setMonitoringConfig(const QString &tenantId, const QByteArray &json)
+{
+    if (json.isEmpty())
+        m_tenantMonitoringConfigs.remove(tenantId);
+    else
+        m_tenantMonitoringConfigs.insert(tenantId, json);
+}
+
 void LocalService::setCannedReply(const QString &method, const QString &path,
                                   const CannedReply &reply)
 {
@@ -180,18 +202,17 @@ bool LocalService::waitForRequests(const QString &path, int count, int timeoutMs
     return waitFor([&] { return requests(path).size() >= count; }, timeoutMs);
 }
 
-bool LocalService::queueCommand(const QString &visitId, const QByteArray &jsonObject)
+qint64 LocalService::queueCommand(const QString &visitId, const QByteArray &jsonObject)
 {
     if (!QJsonDocument::fromJson(jsonObject).isObject()) {
         qCWarning(lcVistrelService)
             << "Not queueing a command that is not a JSON object:" << jsonObject;
-        return false;
+        return 0;
     }
-    m_registry.queueCommand(visitId, AgentCommand{jsonObject.trimmed(), false});
-    return true;
+    return m_registry.queueCommand(visitId, AgentCommand{jsonObject.trimmed(), false});
 }
 
-bool LocalService::queueCommand(const QString &visitId, const QJsonObject &command)
+qint64 LocalService::queueCommand(const QString &visitId, const QJsonObject &command)
 {
     return queueCommand(visitId, QJsonDocument(command).toJson(QJsonDocument::Compact));
 }
@@ -296,7 +317,8 @@ bool LocalService::handleRequest(const QHttpServerRequest &request, QTcpSocket *
     // Qt upgrades the connection once this returns true, so nothing may be written for it here;
     // returning false has Qt call missingHandler() and close the connection.
     if (isWebSocketUpgrade(request)) {
-        const bool admitted = m_webSockets.admission() != WebSocketEndpoint::Admission::Refuse;
+        const bool admitted = recorded.path == ConsoleFeed::Path ||
+                              m_webSockets.admission() != WebSocketEndpoint::Admission::Refuse;
         recorded.status = admitted ? 101 : 503;
         record(recorded);
         return admitted;
@@ -347,6 +369,19 @@ bool LocalService::handleRequest(const QHttpServerRequest &request, QTcpSocket *
     return true;
 }
 
+void LocalService::acceptWebSockets()
+{
+    while (hasPendingWebSocketConnections()) {
+        std::unique_ptr<QWebSocket> socket = nextPendingWebSocketConnection();
+        if (!socket)
+            break;
+        if (socket->request().url().path() == ConsoleFeed::Path)
+            m_consoleFeed.accept(socket.release());
+        else
+            m_webSockets.accept(socket.release());
+    }
+}
+
 void LocalService::writeMisbehaving(const CannedReply &reply, QTcpSocket *socket)
 {
     // Written by hand: the responder only writes whole replies.
@@ -385,7 +420,7 @@ HttpReply LocalService::route(const RecordedRequest &request)
         const std::optional<DeviceInit> init = DeviceInit::fromBody(request.body, request.time);
         if (init && !init->visitId.isEmpty())
             m_inits.insert(init->visitId, *init);
-        return HttpReply{200, m_monitoringConfig};
+        return HttpReply{200, init ? monitoringConfig(init->tenantId) : m_monitoringConfig};
     }
     if (method == u"GET"_s && path == u"/api/in/i18n"_s)
         return HttpReply{200, m_strings};

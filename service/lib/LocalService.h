@@ -6,6 +6,8 @@
 #include "ChatMessage.h"
 #include "ConferenceEndpoint.h"
 #include "ConsoleEndpoint.h"
+#include "ConsoleFeed.h"
+#include "Conversations.h"
 #include "DeviceInit.h"
 #include "HttpReply.h"
 #include "Meeting.h"
@@ -60,6 +62,13 @@ public:
     /// The reply body of POST api/in/im/c (a MonitoringConfigDTO).
     void setMonitoringConfig(const QByteArray &json) { m_monitoringConfig = json; }
     QByteArray monitoringConfig() const { return m_monitoringConfig; }
+    /// The reply body for init requests naming the tenant ("tId"), in place of the one above;
+    /// empty json forgets it.
+    void setMonitoringConfig(const QString &tenantId, const QByteArray &json);
+    QByteArray monitoringConfig(const QString &tenantId) const
+    {
+        return m_tenantMonitoringConfigs.value(tenantId, m_monitoringConfig);
+    }
     /// The reply body of GET api/in/i18n (a possibly nested object of strings).
     void setStrings(const QByteArray &json) { m_strings = json; }
     QByteArray strings() const { return m_strings; }
@@ -86,15 +95,23 @@ public:
     /// Runs the event loop until `count` requests to `path` arrived or timeoutMs passed.
     bool waitForRequests(const QString &path, int count, int timeoutMs = 5000);
 
+    /// An open visit without a request or frame for this long is ended (0: never).
+    void setSilenceTimeout(int ms) { m_registry.setSilenceTimeout(ms); }
+    /// The visits grouped per device, with their time lines.
+    const Conversations *conversations() const { return &m_conversations; }
+    Conversations *conversations() { return &m_conversations; }
+    /// The consoles following the service live.
+    ConsoleFeed *consoleFeed() { return &m_consoleFeed; }
+
     /// Visits in order of first sight; the pointers live as long as the service.
     QList<const Visit *> visits() const { return m_registry.visits(); }
     const Visit *visit(const QString &visitId) const { return m_registry.find(visitId); }
 
     /// Queues one agent command object (its JSON text) for the visit's next delivery; an
-    /// unknown visit is created pending. Returns false, queueing nothing, if the text is not
-    /// a JSON object.
-    bool queueCommand(const QString &visitId, const QByteArray &jsonObject);
-    bool queueCommand(const QString &visitId, const QJsonObject &command);
+    /// unknown visit is created pending. Returns the command's id (from 1), or 0, queueing
+    /// nothing, if the text is not a JSON object.
+    qint64 queueCommand(const QString &visitId, const QByteArray &jsonObject);
+    qint64 queueCommand(const QString &visitId, const QJsonObject &command);
     /// Queues text exactly as it goes on the wire: the string element of an XHR reply, or the
     /// text of a WebSocket frame.
     void queueRawCommand(const QString &visitId, const QByteArray &text);
@@ -185,16 +202,20 @@ protected:
 
 private:
     HttpReply route(const RecordedRequest &request);
+    void acceptWebSockets();
     void record(const RecordedRequest &request);
 
     quint16 m_port = 0;
     quint16 m_tlsPort = 0;
     qsizetype m_maxBodySize = 16 * 1024 * 1024;
     QByteArray m_monitoringConfig;
+    QHash<QString, QByteArray> m_tenantMonitoringConfigs;
     QByteArray m_strings;
     QHash<QString, CannedReply> m_canned;
     QList<RecordedRequest> m_requests;
     VisitRegistry m_registry;
+    Conversations m_conversations;
+    ConsoleFeed m_consoleFeed;
     XhrEndpoint m_xhr;
     WebSocketEndpoint m_webSockets;
     ChannelEndpoint m_channels;

@@ -24,18 +24,29 @@ void Visit::open(Transport transport, const QUrlQuery &query, const QDateTime &n
         m_shareId = value(u"shrId"_s);
     m_transport = transport;
     m_state = State::Open;
+    m_endReason = EndReason::None;
     m_openedAt = now;
+    m_lastContact = now;
 }
 
-void Visit::end(const QDateTime &now)
+void Visit::end(EndReason reason, const QDateTime &now)
 {
     m_state = State::Ended;
+    m_endReason = reason;
     m_endedAt = now;
+}
+
+void Visit::resume(const QDateTime &now)
+{
+    m_state = State::Open;
+    m_endReason = EndReason::None;
+    m_lastContact = now;
 }
 
 qsizetype Visit::addReport(Report report)
 {
     m_lastReportTime = report.receivedAt;
+    m_lastContact = report.receivedAt;
     m_reports.append(std::move(report));
     return m_reports.size() - 1;
 }

@@ -22,8 +22,15 @@ public:
         Pending,
         /// A GET on the message channel or a WebSocket opened it.
         Open,
-        /// The device deleted it; a later GET or WebSocket reopens it.
+        /// The device deleted it or went silent; a later GET or WebSocket reopens it.
         Ended,
+    };
+    enum class EndReason {
+        None,
+        /// A DELETE on the message channel.
+        Deleted,
+        /// No request or frame for longer than the registry's silence timeout.
+        Silent,
     };
 
     explicit Visit(const QString &id);
@@ -44,6 +51,13 @@ public:
     bool isOpen() const { return m_state == State::Open; }
     QDateTime openedAt() const { return m_openedAt; }
     QDateTime endedAt() const { return m_endedAt; }
+    EndReason endReason() const { return m_endReason; }
+    /// Newest request or frame of the device for this visit.
+    QDateTime lastContact() const { return m_lastContact; }
+    /// The id of the first visit of the same device (same visitor or session id); the console
+    /// shows such visits as one conversation. Set at the first opening.
+    const QString &conversationId() const { return m_conversationId; }
+    void setConversationId(const QString &id) { m_conversationId = id; }
     /// Arrival time of the newest report; null before the first.
     QDateTime lastReportTime() const { return m_lastReportTime; }
 
@@ -53,7 +67,10 @@ public:
     /// Takes the identifiers from the opening request's query (keys tId, sId, vId, url, fsTy,
     /// and shrId when present).
     void open(Transport transport, const QUrlQuery &query, const QDateTime &now);
-    void end(const QDateTime &now);
+    void end(EndReason reason, const QDateTime &now);
+    void touch(const QDateTime &now) { m_lastContact = now; }
+    /// Reopens a visit that went silent, keeping its identifiers.
+    void resume(const QDateTime &now);
     /// Returns the report's index.
     qsizetype addReport(Report report);
     void queueCommand(AgentCommand command);
@@ -72,6 +89,9 @@ private:
     State m_state = State::Pending;
     QDateTime m_openedAt;
     QDateTime m_endedAt;
+    EndReason m_endReason = EndReason::None;
+    QDateTime m_lastContact;
+    QString m_conversationId;
     QDateTime m_lastReportTime;
     QList<Report> m_reports;
     QList<AgentCommand> m_commands;

@@ -2,11 +2,55 @@
 
 #include <QDateTime>
 
+#include <algorithm>
+
 namespace VistrelService {
 
 VisitRegistry::VisitRegistry(QObject *parent)
     : QObject(parent)
-{}
+{
+    m_silenceCheck.setInterval(500);
+    connect(&m_silenceCheck, &QTimer::timeout, this, &VisitRegistry::endSilentVisits);
+}
+
+void VisitRegistry::setSilenceTimeout(int ms)
+{
+    m_silenceTimeoutMs = std::max(0, ms);
+    if (m_silenceTimeoutMs == 0)
+        m_silenceCheck.stop();
+}
+
+void VisitRegistry::endSilentVisits()
+{
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    bool anyOpen = false;
+    for (const auto &visit : m_visits) {
+        if (!visit->isOpen())
+            continue;
+        if (visit->lastContact().msecsTo(now) > m_silenceTimeoutMs) {
+            visit->end(Visit::EndReason::Silent, now);
+            Q_EMIT visitEnded(visit->id());
+        } else {
+            anyOpen = true;
+        }
+    }
+    if (!anyOpen)
+        m_silenceCheck.stop();
+}
+
+QString VisitRegistry::conversationFor(const Visit &visit) const
+{
+    for (auto it = m_visits.rbegin(); it != m_visits.rend(); ++it) {
+        const Visit &other = **it;
+        if (&other == &visit || other.conversationId().isEmpty())
+            continue;
+        if ((!visit.visitorId().isEmpty() && other.visitorId() == visit.visitorId()) ||
+            (!visit.sessionId().isEmpty() && other.sessionId() == visit.sessionId())) {
+            return other.conversationId();
+        }
+    }
+    return visit.id();
+}
 
 VisitRegistry::~VisitRegistry() = default;
 
@@ -43,6 +87,10 @@ Visit &VisitRegistry::open(const QString &visitId, Transport transport, const QU
 {
     Visit &visit = ensure(visitId);
     visit.open(transport, query, QDateTime::currentDateTimeUtc());
+    if (visit.conversationId().isEmpty())
+        visit.setConversationId(conversationFor(visit));
+    if (m_silenceTimeoutMs > 0 && !m_silenceCheck.isActive())
+        m_silenceCheck.start();
     Q_EMIT visitOpened(visitId);
     return visit;
 }
@@ -52,7 +100,7 @@ bool VisitRegistry::end(const QString &visitId)
     Visit *visit = findMutable(visitId);
     if (!visit)
         return false;
-    visit->end(QDateTime::currentDateTimeUtc());
+    visit->end(Visit::EndReason::Deleted, QDateTime::currentDateTimeUtc());
     Q_EMIT visitEnded(visitId);
     return true;
 }
@@ -63,6 +111,13 @@ bool VisitRegistry::addReports(const QString &visitId, const VistrelKit::ProtoMe
     Visit *visit = findMutable(visitId);
     if (!visit)
         return false;
+    if (visit->endReason() == Visit::EndReason::Silent) {
+        visit->resume(carrier.receivedAt);
+        if (m_silenceTimeoutMs > 0 && !m_silenceCheck.isActive())
+            m_silenceCheck.start();
+        Q_EMIT visitOpened(visitId);
+    }
+    visit->touch(carrier.receivedAt);
     for (const VistrelKit::ProtoMessage &message : list.messages()) {
         Report report = carrier;
         report.message = message;
@@ -72,10 +127,12 @@ bool VisitRegistry::addReports(const QString &visitId, const VistrelKit::ProtoMe
     return true;
 }
 
-void VisitRegistry::queueCommand(const QString &visitId, const AgentCommand &command)
+qint64 VisitRegistry::queueCommand(const QString &visitId, AgentCommand command)
 {
+    command.id = ++m_lastCommandId;
     ensure(visitId).queueCommand(command);
-    Q_EMIT commandQueued(visitId);
+    Q_EMIT commandQueued(visitId, command);
+    return command.id;
 }
 
 QList<AgentCommand> VisitRegistry::takeCommands(const QString &visitId, Transport via)
@@ -85,7 +142,7 @@ QList<AgentCommand> VisitRegistry::takeCommands(const QString &visitId, Transpor
         return {};
     const QList<AgentCommand> commands = visit->takeCommands();
     for (const AgentCommand &command : commands)
-        Q_EMIT commandDelivered(visitId, command.text, via);
+        Q_EMIT commandDelivered(visitId, command, via);
     return commands;
 }
 

@@ -4,7 +4,6 @@
 #include "ServiceLog.h"
 #include "VisitRegistry.h"
 
-#include <QAbstractHttpServer>
 #include <QDateTime>
 #include <QWebSocket>
 
@@ -15,14 +14,10 @@ using namespace Qt::StringLiterals;
 
 namespace VistrelService {
 
-WebSocketEndpoint::WebSocketEndpoint(QAbstractHttpServer *server, VisitRegistry *registry,
-                                     QObject *parent)
+WebSocketEndpoint::WebSocketEndpoint(VisitRegistry *registry, QObject *parent)
     : QObject(parent)
-    , m_server(server)
     , m_registry(registry)
 {
-    connect(m_server, &QAbstractHttpServer::newWebSocketConnection, this,
-            &WebSocketEndpoint::acceptPending);
     connect(m_registry, &VisitRegistry::commandQueued, this, &WebSocketEndpoint::deliver);
 }
 
@@ -60,21 +55,10 @@ int WebSocketEndpoint::closeConnections(const QString &visitId, QWebSocketProtoc
     return int(sockets.size());
 }
 
-void WebSocketEndpoint::acceptPending()
-{
-    while (m_server->hasPendingWebSocketConnections()) {
-        std::unique_ptr<QWebSocket> socket = m_server->nextPendingWebSocketConnection();
-        if (!socket)
-            break;
-        QWebSocket *raw = socket.release();
-        raw->setParent(this);
-        accept(raw);
-    }
-}
-
 void WebSocketEndpoint::accept(QWebSocket *socket)
 {
     // LocalService recorded the handshake request already.
+    socket->setParent(this);
     const QUrl url = socket->request().url();
     const QString path = url.path();
     const QUrlQuery query(url);

@@ -7,7 +7,6 @@
 
 #include <vector>
 
-class QAbstractHttpServer;
 class QWebSocket;
 
 namespace VistrelService {
@@ -31,8 +30,7 @@ public:
     };
     Q_ENUM(Admission)
 
-    WebSocketEndpoint(QAbstractHttpServer *server, VisitRegistry *registry,
-                      QObject *parent = nullptr);
+    explicit WebSocketEndpoint(VisitRegistry *registry, QObject *parent = nullptr);
     ~WebSocketEndpoint() override;
 
     void setAdmission(Admission admission) { m_admission = admission; }
@@ -40,6 +38,8 @@ public:
     /// Larger messages close the connection with "too much data" (1009). At most INT_MAX, the
     /// most protobuf parses at once.
     void setMaxMessageSize(qint64 bytes);
+    /// Takes over a socket the server upgraded; it must be on Path with a visit id.
+    void accept(QWebSocket *socket);
 
     int connectionCount() const { return int(m_connections.size()); }
     int connectionCount(const QString &visitId) const;
@@ -66,8 +66,6 @@ private:
         QUrlQuery query;
     };
 
-    void acceptPending();
-    void accept(QWebSocket *socket);
     void receiveBinary(QWebSocket *socket, const QByteArray &frame);
     void receiveText(QWebSocket *socket, const QString &frame);
     void forget(QWebSocket *socket);
@@ -76,7 +74,6 @@ private:
     const Connection *find(const QWebSocket *socket) const;
     QList<QWebSocket *> socketsOf(const QString &visitId) const;
 
-    QAbstractHttpServer *m_server;
     VisitRegistry *m_registry;
     Admission m_admission = Admission::Accept;
     qint64 m_maxMessageSize = 16 * 1024 * 1024;

@@ -5,6 +5,17 @@ execute_process(COMMAND "${CMAKE_COMMAND}" --install "${KIT_BUILD_DIR}" --prefix
 if(result)
     message(FATAL_ERROR "install failed: ${result}")
 endif()
+
+# The standalone service comes with the package: it must start from the prefix (its library
+# path) and accept the example config installed beside it.
+if(SERVICE_BUILT)
+    set(example "${WORK_DIR}/prefix/share/vistrel/vistrel-service.json")
+    execute_process(COMMAND "${WORK_DIR}/prefix/bin/vistrel-service" --check --config "${example}"
+                    RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
+    if(result OR NOT output MATCHES "Config: ${example}")
+        message(FATAL_ERROR "installed vistrel-service: ${result} ${output}")
+    endif()
+endif()
 execute_process(COMMAND "${CMAKE_COMMAND}" -S "${PROJECT_DIR}" -B "${WORK_DIR}/build" -G Ninja
                         "-DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix" -DCMAKE_BUILD_TYPE=Release
                         "-DCMAKE_CXX_FLAGS=${CONSUMER_CXX_FLAGS}"

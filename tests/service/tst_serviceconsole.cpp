@@ -51,6 +51,13 @@ private Q_SLOTS:
     void commandsReachAWebSocketVisit();
     void pageServed_data();
     void pageServed();
+    void visitsEnd_data();
+    void visitsEnd();
+    void conversations_data();
+    void conversations();
+    void commandStates_data();
+    void commandStates();
+    void liveFeed();
 
 private:
     std::unique_ptr<LocalService> m_service;
@@ -61,6 +68,12 @@ private:
     {
         return sendHttp(m_manager, m_service->hostAndPort(), method, pathAndQuery, body);
     }
+    QJsonObject getObject(const QString &path)
+    {
+        return QJsonDocument::fromJson(send("GET", u"/console/api/"_s + path).body).object();
+    }
+    /// The conversation's time line events as "kind:text" lines, delivery and results included.
+    QStringList timeline(const QString &conversationId);
 };
 
 void TestServiceConsole::init()
@@ -201,6 +214,179 @@ void TestServiceConsole::pageServed()
     QCOMPARE(result.status, 200);
     QVERIFY(result.contentType.startsWith(contentType));
     QVERIFY(result.body.contains(mark));
+}
+
+QStringList TestServiceConsole::timeline(const QString &conversationId)
+{
+    QStringList lines;
+    const QJsonObject answer = getObject(u"conversations/"_s + conversationId + u"/events"_s);
+    for (const QJsonValue &value : answer.value(u"events"_s).toArray()) {
+        const QJsonObject event = value.toObject();
+        const QString kind = event.value(u"kind"_s).toString();
+        QString detail;
+        if (kind == u"visit"_s)
+            detail = event.value(u"visitId"_s).toString();
+        else if (kind == u"ended"_s)
+            detail =
+                event.value(u"visitId"_s).toString() + u' ' + event.value(u"reason"_s).toString();
+        else if (kind == u"page"_s)
+            detail = event.value(u"screen"_s).toString();
+        else if (kind == u"delivered"_s)
+            detail = event.value(u"transport"_s).toString();
+        else
+            detail = event.value(u"text"_s).toString();
+        lines.append(kind + u':' + detail);
+    }
+    return lines;
+}
+
+void TestServiceConsole::visitsEnd_data()
+{
+    QTest::addColumn<bool>("deleted");
+    QTest::addColumn<bool>("speaksAgain");
+    QTest::addColumn<QString>("state");
+    QTest::addColumn<QString>("reason");
+
+    // A killed app never deletes its visit: without the silence rule it stays live forever.
+    QTest::newRow("silent") << false << false << u"ended"_s << u"silent"_s;
+    // Held reports after a network stall must bring the visit back, not land on a dead one.
+    QTest::newRow("silent, then reports again") << false << true << u"open"_s << QString();
+    // A deleted visit stays ended even if the device flushes once more.
+    QTest::newRow("deleted") << true << true << u"ended"_s << u"deleted"_s;
+}
+
+void TestServiceConsole::visitsEnd()
+{
+    QFETCH(bool, deleted);
+    QFETCH(bool, speaksAgain);
+    QFETCH(QString, state);
+    QFETCH(QString, reason);
+
+    m_service->setSilenceTimeout(300);
+    if (deleted)
+        QCOMPARE(send("DELETE", Channel).status, 200);
+    else
+        QVERIFY(m_service->waitFor([this] { return !m_service->visit(u"V1"_s)->isOpen(); }, 3000));
+    if (speaksAgain)
+        QCOMPARE(send("POST", Channel, listBytes({ping(3000)})).status, 200);
+    const QJsonObject visit = getObject(u"visits/V1"_s);
+    QCOMPARE(visit.value(u"state"_s).toString(), state);
+    QCOMPARE(visit.value(u"endReason"_s).toString(), reason);
+    const QJsonObject list = getObject(u"conversations"_s);
+    const QJsonObject first = list.value(u"conversations"_s).toArray().first().toObject();
+    QCOMPARE(first.value(u"state"_s).toString(), state == u"open"_s ? u"live"_s : u"ended"_s);
+}
+
+void TestServiceConsole::conversations_data()
+{
+    QTest::addColumn<QString>("next");
+    QTest::addColumn<int>("conversationCount");
+
+    // init() opened V1 (visitor U1, session S1) and V3 (visitor U3, no session).
+    QTest::newRow("restart: same visitor, new session")
+        << u"/api/ix/m?id=V4&sId=S4&tId=T1&vId=U1&url=Form"_s << 2;
+    QTest::newRow("user identified: new visitor, same session")
+        << u"/api/ix/m?id=V4&sId=S1&tId=T1&vId=alex&url=List"_s << 2;
+    QTest::newRow("another device") << u"/api/ix/m?id=V4&sId=S4&tId=T1&vId=U4&url=Form"_s << 3;
+}
+
+void TestServiceConsole::conversations()
+{
+    QFETCH(QString, next);
+    QFETCH(int, conversationCount);
+
+    QCOMPARE(send("GET", next).status, 200);
+    const QJsonArray list = getObject(u"conversations"_s).value(u"conversations"_s).toArray();
+    QCOMPARE(list.size(), conversationCount);
+    const QJsonObject v1 = list.first().toObject();
+    QCOMPARE(v1.value(u"id"_s).toString(), u"V1"_s);
+    const bool joined = conversationCount == 2;
+    QCOMPARE(v1.value(u"visitCount"_s).toInt(), joined ? 2 : 1);
+    // The console works on the newest open visit of the conversation.
+    QCOMPARE(v1.value(u"visit"_s).toObject().value(u"id"_s).toString(), joined ? u"V4"_s : u"V1"_s);
+    if (joined)
+        QCOMPARE(timeline(u"V1"_s), (QStringList{u"visit:V1"_s, u"visit:V4"_s}));
+}
+
+void TestServiceConsole::commandStates_data()
+{
+    QTest::addColumn<QString>("action");
+    // What the device does after fetching: a report, a new visit, a delete, or nothing.
+    QTest::addColumn<QString>("deviceDoes");
+    QTest::addColumn<QStringList>("expected");
+
+    const QString tap = u"command:Tap at (10, 20)"_s;
+    QTest::newRow("tap answered by a page change")
+        << u"visits/V1/click"_s << u"page"_s
+        << QStringList{tap, u"delivered:xhr"_s, u"page:List"_s, u"result:Page List"_s};
+    QTest::newRow("restart answered by the new visit")
+        << u"visits/V1/start"_s << u"visit"_s
+        << QStringList{u"command:Restart session"_s, u"delivered:xhr"_s, u"visit:V5"_s,
+                       u"result:New visit, share id 777"_s};
+    QTest::newRow("stop answered by the delete")
+        << u"visits/V1/stop"_s << u"delete"_s
+        << QStringList{u"command:Stop"_s, u"delivered:xhr"_s, u"ended:V1 deleted"_s,
+                       u"result:Visit ended by the device"_s};
+    // Nothing comes back for it: it must stay delivered, not pick up the next report.
+    QTest::newRow("faster polling stays delivered")
+        << u"visits/V1/faster"_s << u"page"_s
+        << QStringList{u"command:Faster polling"_s, u"delivered:xhr"_s, u"page:List"_s};
+    QTest::newRow("co-browsing start over the channel poll")
+        << u"visits/V1/co-browse"_s << u"poll+visit"_s
+        << QStringList{u"command:Start co-browsing"_s, u"delivered:poll"_s, u"visit:V5"_s,
+                       u"result:New visit, share id 777"_s};
+}
+
+void TestServiceConsole::commandStates()
+{
+    QFETCH(QString, action);
+    QFETCH(QString, deviceDoes);
+    QFETCH(QStringList, expected);
+
+    const HttpResult queued = send("POST", u"/console/api/"_s + action, R"({"x":10,"y":20})");
+    QCOMPARE(queued.status, 200);
+    QVERIFY(QJsonDocument::fromJson(queued.body).object().value(u"commandId"_s).toInteger() > 0);
+    QCOMPARE(timeline(u"V1"_s).constLast(), expected.constFirst());
+
+    if (deviceDoes.startsWith(u"poll"_s)) {
+        QCOMPARE(send("POST", u"/api/in/co?tId=T1&vId=U1&sId=S1&cId"_s, R"({"channels":["SCB"]})")
+                     .status,
+                 200);
+    } else {
+        QCOMPARE(send("POST", Channel, listBytes({ping(2000)})).status, 200);
+    }
+    if (deviceDoes == u"page"_s) {
+        QCOMPARE(send("POST", Channel, listBytes({pageChange(u"List"_s)})).status, 200);
+    } else if (deviceDoes.endsWith(u"visit"_s)) {
+        // Over HTTP the share id comes with the init request, before the channel opens.
+        QCOMPARE(send("POST", u"/api/in/im/c"_s, R"({"visitId":"V5","shareId":"777"})").status,
+                 200);
+        QCOMPARE(send("GET", u"/api/ix/m?id=V5&sId=S5&tId=T1&vId=U1&url=Form"_s).status, 200);
+    } else if (deviceDoes == u"delete"_s) {
+        QCOMPARE(send("DELETE", Channel).status, 200);
+    }
+    const QStringList lines = timeline(u"V1"_s);
+    QCOMPARE(lines.mid(lines.indexOf(expected.constFirst())), expected);
+}
+
+void TestServiceConsole::liveFeed()
+{
+    // The devices' WebSocket being refused must not cut the console off.
+    m_service->webSockets()->setAdmission(VistrelService::WebSocketEndpoint::Admission::Refuse);
+    QWebSocket console;
+    QStringList frames;
+    connect(&console, &QWebSocket::textMessageReceived, this,
+            [&frames](const QString &frame) { frames.append(frame); });
+    console.open(QUrl(u"ws://"_s + m_service->hostAndPort() + u"/console/api/live"_s));
+    QVERIFY(m_service->waitFor([&] { return m_service->consoleFeed()->connectionCount() == 1; }));
+
+    // Three reports in one request are one change to read, not three.
+    QCOMPARE(
+        send("POST", Channel, listBytes({screenshot(Jpeg), pageChange(u"List"_s), ping(5)})).status,
+        200);
+    QVERIFY(m_service->waitFor([&frames] { return !frames.isEmpty(); }));
+    QTest::qWait(50);
+    QCOMPARE(frames, QStringList{uR"({"conversations":["V1"],"list":true})"_s});
 }
 
 QTEST_GUILESS_MAIN(TestServiceConsole)

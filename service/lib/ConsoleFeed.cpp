@@ -1,0 +1,82 @@
+#include "ConsoleFeed.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTimer>
+#include <QWebSocket>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace VistrelService {
+
+ConsoleFeed::ConsoleFeed(QObject *parent)
+    : QObject(parent)
+{}
+
+ConsoleFeed::~ConsoleFeed()
+{
+    // The sockets are children and outlive this body; keep them from calling back into it.
+    for (QWebSocket *socket : m_sockets)
+        socket->disconnect(this);
+}
+
+void ConsoleFeed::accept(QWebSocket *socket)
+{
+    socket->setParent(this);
+    // The console sends nothing; anything it sends is not worth holding.
+    socket->setMaxAllowedIncomingMessageSize(1024);
+    connect(socket, &QWebSocket::disconnected, this, [this, socket] {
+        m_sockets.erase(std::remove(m_sockets.begin(), m_sockets.end(), socket), m_sockets.end());
+        socket->deleteLater();
+    });
+    m_sockets.push_back(socket);
+}
+
+void ConsoleFeed::conversationChanged(const QString &id)
+{
+    m_changed.insert(id);
+    m_listChanged = true;
+    schedule();
+}
+
+void ConsoleFeed::listChanged()
+{
+    m_listChanged = true;
+    schedule();
+}
+
+void ConsoleFeed::schedule()
+{
+    if (m_scheduled || m_sockets.empty()) {
+        // Without a console nothing is owed: a console that connects fetches everything.
+        if (m_sockets.empty()) {
+            m_changed.clear();
+            m_listChanged = false;
+        }
+        return;
+    }
+    m_scheduled = true;
+    QTimer::singleShot(0, this, &ConsoleFeed::flush);
+}
+
+void ConsoleFeed::flush()
+{
+    m_scheduled = false;
+    QStringList ids(m_changed.cbegin(), m_changed.cend());
+    ids.sort();
+    const QByteArray frame =
+        QJsonDocument(QJsonObject{{u"conversations"_s, QJsonArray::fromStringList(ids)},
+                                  {u"list"_s, m_listChanged}})
+            .toJson(QJsonDocument::Compact);
+    m_changed.clear();
+    m_listChanged = false;
+    for (QWebSocket *socket : m_sockets) {
+        if (socket->state() == QAbstractSocket::ConnectedState)
+            socket->sendTextMessage(QString::fromUtf8(frame));
+    }
+}
+
+} // namespace VistrelService
