@@ -473,8 +473,9 @@
               [event.shareId && 'share id ' + event.shareId, 'over ' + event.transport,
                event.screen].filter(Boolean).join(' · ')];
     case 'ended':
-      return ['Ended', event.reason === 'silent' ? 'the device went silent'
-                                                 : 'the device ended the visit'];
+      return ['Ended', (event.shareId ? 'share id ' + event.shareId + ': ' : '') +
+                       (event.reason === 'silent' ? 'the device went silent'
+                                                  : 'the device ended the visit')];
     case 'page': return ['Page', event.screen || '(no name)'];
     case 'tag': return ['Tag', event.tag];
     case 'tap': return ['Tap', '(' + Math.round(event.x) + ', ' + Math.round(event.y) + ')'];

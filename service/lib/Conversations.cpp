@@ -169,6 +169,7 @@ void Conversations::visitEnded(const QString &visitId)
     const bool deleted = visit->endReason() == Visit::EndReason::Deleted;
     append(id, QJsonObject{{u"kind"_s, u"ended"_s},
                            {u"visitId"_s, visitId},
+                           {u"shareId"_s, shareIdOf(*visit)},
                            {u"reason"_s, deleted ? u"deleted"_s : u"silent"_s}});
     if (deleted)
         resolve(id, Awaits::End, visitId, u"Visit ended by the device"_s);

@@ -8,8 +8,7 @@
 'use strict';
 
 const { chromium } = require('playwright-core');
-const { spawn } = require('node:child_process');
-const readline = require('node:readline');
+const { option, start, findColour, chromiumArgs } = require('./support.cjs');
 
 // The sign-in button's fill: the one place of the sign-in page in this colour.
 const SIGN_IN_COLOUR = { r: 0x1f, g: 0x6f, b: 0xeb };
@@ -18,63 +17,6 @@ const PAGE_AFTER_SIGN_IN = 'ListPage';
 const CHAT_COLOUR = { r: 0xe8, g: 0x59, b: 0x0c };
 // The session panel's Video call button.
 const VIDEO_CALL_COLOUR = { r: 0x7b, g: 0x2c, b: 0xbf };
-
-function option(name) {
-  const at = process.argv.indexOf(`--${name}`);
-  if (at < 0 || at + 1 >= process.argv.length) throw new Error(`missing --${name}`);
-  return process.argv[at + 1];
-}
-
-// The demo's last lines of output, shown when the test fails.
-const demoLog = [];
-
-function startDemo(path) {
-  const demo = spawn(path, [], { env: { ...process.env, QT_QPA_PLATFORM: 'offscreen' } });
-  demo.stderr.on('data', () => {}); // the kit logs to stdout; keep stderr drained
-  const consoleUrl = new Promise((resolve, reject) => {
-    const lines = readline.createInterface({ input: demo.stdout });
-    lines.on('line', (line) => {
-      if (!/Execute polling|HttpUtil: POST|ping interval/.test(line)) demoLog.push(line);
-      if (demoLog.length > 100) demoLog.shift();
-      const found = /Agent console: (https?:\/\/\S+)/.exec(line);
-      if (found) resolve(found[1]);
-    });
-    demo.on('exit', (code) => reject(new Error(`the demo exited (${code}) before printing the console URL`)));
-    // unref: a pending timer must not keep the test alive once it is over.
-    setTimeout(() => reject(new Error('the demo printed no console URL within 30 s')), 30000).unref();
-  });
-  return { demo, consoleUrl };
-}
-
-// Finds the centre of the block of colour in the streamed JPEG, in page coordinates.
-async function findColour(page, colour) {
-  return page.evaluate((c) => {
-    const img = document.querySelector('[data-testid=screen-image]');
-    const canvas = document.createElement('canvas');
-    canvas.width = img.naturalWidth;
-    canvas.height = img.naturalHeight;
-    const context = canvas.getContext('2d');
-    context.drawImage(img, 0, 0);
-    const data = context.getImageData(0, 0, canvas.width, canvas.height).data;
-    let sumX = 0, sumY = 0, count = 0;
-    for (let y = 0; y < canvas.height; ++y) {
-      for (let x = 0; x < canvas.width; ++x) {
-        const i = (y * canvas.width + x) * 4;
-        // JPEG at quality 40 shifts colours a little.
-        if (Math.abs(data[i] - c.r) < 40 && Math.abs(data[i + 1] - c.g) < 40 && Math.abs(data[i + 2] - c.b) < 40) {
-          sumX += x; sumY += y; ++count;
-        }
-      }
-    }
-    if (count < 30) return null;
-    const box = img.getBoundingClientRect();
-    return {
-      x: box.left + ((sumX / count + 0.5) * box.width) / img.naturalWidth,
-      y: box.top + ((sumY / count + 0.5) * box.height) / img.naturalHeight,
-      pixels: count,
-    };
-  }, colour);
-}
 
 // Taps the block of colour on the screen image, waiting for it to appear.
 async function tap(page, colour, what) {
@@ -89,15 +31,14 @@ async function tap(page, colour, what) {
 }
 
 async function main() {
-  const { demo, consoleUrl } = startDemo(option('demo'));
+  const { child: demo, url: consoleUrl, log: demoLog } = start(option('demo'));
   let browser;
   try {
     const url = await consoleUrl;
     console.log(`console at ${url}`);
     browser = await chromium.launch({
       executablePath: option('chromium'),
-      args: ['--no-sandbox', '--disable-gpu', '--disable-background-networking',
-             '--disable-component-update', '--no-first-run'],
+      args: chromiumArgs,
     });
     const page = await browser.newPage({ viewport: { width: 1280, height: 800 } });
     page.on('pageerror', (error) => console.log(`page error: ${error.message}`));
@@ -183,6 +124,9 @@ async function main() {
     await page.screenshot({ path: screenshot });
     console.log(`screenshot saved to ${screenshot}`);
 
+  } catch (error) {
+    console.error(`the demo's last lines:\n${demoLog.join('\n')}`);
+    throw error;
   } finally {
     if (browser) await browser.close();
     demo.kill('SIGTERM');
@@ -192,6 +136,5 @@ async function main() {
 // exitCode rather than exit(): piped output is flushed first.
 main().then(() => { process.exitCode = 0; }, (error) => {
   console.error(error.stack || String(error));
-  console.error(`the demo's last lines:\n${demoLog.join('\n')}`);
   process.exitCode = 1;
 });
