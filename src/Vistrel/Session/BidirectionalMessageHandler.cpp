@@ -194,6 +194,9 @@ void BidirectionalMessageHandler::stop()
         Log::warning(u"Cannot resolve vistrel or cobrowsing to stop"_s);
         return;
     }
+    // The agent withdrew the question: an answer now would start co-browsing nobody wants.
+    if (m_optInDialog)
+        m_optInDialog->reject();
     // Stops the screen session too.
     m_coBrowsing->stop();
 }
@@ -226,6 +229,7 @@ void BidirectionalMessageHandler::showOptInDialog()
     const QString decline = m_uiStrings->find(u"ui.confirm.decline"_s).value_or(QString());
     const std::optional<QString> message = m_uiStrings->find(u"ui.mobile.confirm.message"_s);
     auto *box = new QMessageBox(top);
+    m_optInDialog = box;
     box->setObjectName(u"vistrelOptInDialog"_s);
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->setIcon(QMessageBox::Question);

@@ -10,6 +10,7 @@
 #include <QPointer>
 #include <QTimer>
 
+class QMessageBox;
 class QWidget;
 
 namespace VistrelKit {
@@ -79,6 +80,8 @@ private:
     QTimer m_workTimer;
     // Set while a slice runs: a tap can open a modal dialog, whose event loop runs the timer.
     bool m_working = false;
+    // The open opt-in question, closed by a stop.
+    QPointer<QMessageBox> m_optInDialog;
     // The drawings on screen, oldest first.
     QList<QPointer<PassthroughUIImageView>> m_drawings;
 };

@@ -343,15 +343,18 @@ private Q_SLOTS:
     // Agent commands; the opt-in first, as the first question fetches the texts.
     void optIn_data()
     {
-        QTest::addColumn<bool>("accept");
+        QTest::addColumn<QString>("answer");
         QTest::addColumn<int>("fetches");
-        QTest::newRow("accept, texts not loaded") << true << 1;
-        QTest::newRow("decline, texts loaded") << false << 0;
+        QTest::newRow("accept, texts not loaded") << u"Allow"_s << 1;
+        QTest::newRow("decline, texts loaded") << u"Decline"_s << 0;
+        // A question the agent withdrew must not stay up to start co-browsing later.
+        QTest::newRow("the agent stops first") << QString() << 0;
     }
     void optIn()
     {
-        QFETCH(bool, accept);
+        QFETCH(QString, answer);
         QFETCH(int, fetches);
+        const bool accept = answer == u"Allow"_s;
         QCOMPARE(resolve<UIStrings>()->isLoaded(), fetches == 0);
         const QString visit = startSession();
         QVERIFY(!visit.isEmpty());
@@ -366,9 +369,16 @@ private Q_SLOTS:
         QCOMPARE(box->text(), u"Share your screen?"_s);
         QCOMPARE(box->informativeText(), u"An agent asks to see your screen to help you."_s);
         QCOMPARE(service.requests(u"/api/in/i18n"_s).size(), fetches);
+        if (answer.isEmpty()) {
+            QVERIFY(service.queueCommand(visit, R"({"a": "c"})"_ba));
+            QTRY_VERIFY(!optInDialog());
+            QTRY_VERIFY(!running());
+            QTest::qWait(300);
+            QCOMPARE(service.requests(initPath).size(), 0);
+            return;
+        }
         const auto buttons = box->buttons();
-        const auto choice =
-            std::ranges::find(buttons, accept ? u"Allow"_s : u"Decline"_s, &QAbstractButton::text);
+        const auto choice = std::ranges::find(buttons, answer, &QAbstractButton::text);
         QVERIFY(choice != buttons.end());
         QTest::mouseClick(*choice, Qt::LeftButton);
         QTRY_VERIFY(!optInDialog());
