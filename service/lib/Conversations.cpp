@@ -20,9 +20,10 @@ QJsonObject commandObject(const AgentCommand &command)
     return QJsonDocument::fromJson(command.text).object();
 }
 
+// Any number the agent or the device sent, however large: no rounding to an integer type.
 QString tapText(double x, double y)
 {
-    return u"(%1, %2)"_s.arg(qRound(x)).arg(qRound(y));
+    return u"(%1, %2)"_s.arg(QString::number(x), QString::number(y));
 }
 } // namespace
 
