@@ -2,8 +2,10 @@
 // the local service has the command queued to the button's clicked() signal, through the whole
 // kit (facade, session, transport, command handler). Over the WebSocket transport the command goes
 // out as a text frame at once; over HTTP it rides on the reply to the device's next report post,
-// which on a still screen is the 1 s ping and on a live screen the next screenshot. Taps are
-// spread over random phases of those cycles. Prints p50, p90 and the worst, side by side.
+// which on a still screen is the 1 s ping and on a live screen the next flush (every 0.1 s, empty
+// or not). Taps are spread over random phases of those cycles. Prints p50, p90 and the worst, side
+// by side, against the targets: p50 <= 30 ms over the WebSocket, and over HTTP on a live screen
+// one flush interval plus a loopback round trip (10 ms allowed) at worst.
 #include "BenchService.h"
 
 #include <Vistrel/Orvane.h>
@@ -23,6 +25,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <limits>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -137,23 +140,27 @@ int main(int argc, char *argv[])
     std::printf("Agent tap -> carried out, loopback, %d taps each at random phases (ms)\n", Taps);
     std::printf("%-10s %-7s %8s %8s %8s %7s  %s\n", "transport", "screen", "p50", "p90", "worst",
                 "missed", "target");
+    constexpr double None = std::numeric_limits<double>::infinity();
     const struct
     {
         const char *name;
         OrvaneVistrel::Transport transport;
         bool live;
         const char *target;
+        double p50Limit;
+        double worstLimit;
     } cases[] = {
-        {"HTTP", OrvaneVistrel::Transport::Http, false, ""},
-        {"HTTP", OrvaneVistrel::Transport::Http, true, ""},
-        {"WebSocket", OrvaneVistrel::Transport::WebSocket, false, "p50 <= 30 ms"},
-        {"WebSocket", OrvaneVistrel::Transport::WebSocket, true, "p50 <= 30 ms"},
+        {"HTTP", OrvaneVistrel::Transport::Http, false, "", None, None},
+        {"HTTP", OrvaneVistrel::Transport::Http, true, "worst <= 110 ms", None, 110},
+        {"WebSocket", OrvaneVistrel::Transport::WebSocket, false, "p50 <= 30 ms", 30, None},
+        {"WebSocket", OrvaneVistrel::Transport::WebSocket, true, "p50 <= 30 ms", 30, None},
     };
     for (const auto &c : cases) {
         const Latency l = measure(bench, c.transport, c.live, button, ticker);
+        const bool met = l.missed == 0 && l.p50 <= c.p50Limit && l.worst <= c.worstLimit;
         std::printf("%-10s %-7s %8.1f %8.1f %8.1f %7d  %s%s\n", c.name, c.live ? "live" : "still",
                     l.p50, l.p90, l.worst, l.missed, c.target,
-                    *c.target ? (l.missed == 0 && l.p50 <= 30 ? ": met" : ": MISSED") : "");
+                    *c.target ? (met ? ": met" : ": MISSED") : "");
     }
     return 0;
 }

@@ -276,6 +276,34 @@ private Q_SLOTS:
         QCOMPARE(f.tags(), (QStringList{u"first"_s, u"second"_s, u"third"_s, u"last words"_s}));
     }
 
+    void xhrLiveScreen()
+    {
+        Xhr f;
+        f.start();
+        QTRY_COMPARE(f.sender.currentInterval(), 0.1);
+        f.sender.sendScreenshot("jpeg", 0, [](const std::optional<Error> &) {});
+        QVERIFY(f.service.waitForReports(f.visitId(), 1));
+        // A live screen: every flush asks for commands, so none waits for the next screenshot.
+        // Such a post carries nothing, so what is queued during its flight is not dropped.
+        bool queued = false;
+        connect(&f.service, &VistrelService::LocalService::requestRecorded, &f.sender,
+                [&](const VistrelService::RecordedRequest &request) {
+                    if (request.method == u"POST"_s && request.body.isEmpty() && !queued)
+                        queued = f.send(u"in flight"_s).isEmpty();
+                });
+        const qsizetype before = f.requests(u"POST"_s).size();
+        QTest::qWait(500);
+        const qsizetype live = f.requests(u"POST"_s).size() - before;
+        QVERIFY2(live >= 3, qPrintable(QString::number(live)));
+        QVERIFY(queued);
+        QTRY_COMPARE(f.tags().constLast(), u"in flight"_s);
+        // A second after the last screenshot the screen is still: no empty posts.
+        QTest::qWait(800);
+        const qsizetype still = f.requests(u"POST"_s).size();
+        QTest::qWait(500);
+        QCOMPARE(f.requests(u"POST"_s).size(), still);
+    }
+
     void xhrReplies_data()
     {
         QTest::addColumn<QString>("method");

@@ -216,7 +216,7 @@ void XhrMessageSender::scheduleNextFlush()
 
 void XhrMessageSender::flushQueue()
 {
-    if (m_queue.isEmpty()) {
+    if (m_queue.isEmpty() && m_liveScreen.hasExpired()) {
         scheduleNextFlush();
         return;
     }
@@ -225,8 +225,11 @@ void XhrMessageSender::flushQueue()
 
     ProtoMessageList list;
     list.mutable_messages()->Reserve(int(m_queue.size()));
-    for (const ProtoMessage &report : std::as_const(m_queue))
+    for (const ProtoMessage &report : std::as_const(m_queue)) {
         *list.add_messages() = report;
+        if (report.screenshotevent_size() > 0)
+            m_liveScreen.setRemainingTime(LiveScreenMs);
+    }
     std::string bytes;
     if (!list.SerializePartialToString(&bytes)) {
         Log::warning(u"Cannot serialize data; Discard messages in queue"_s);
@@ -236,36 +239,39 @@ void XhrMessageSender::flushQueue()
     }
 
     QPointer<XhrMessageSender> self(this);
+    // An empty post of a live screen carried nothing, so it drops nothing either.
+    const bool carried = !m_queue.isEmpty();
     // The service reads protocol buffer bytes whatever the content type says.
-    m_httpUtil->post(*m_url, QByteArray(bytes.data(), qsizetype(bytes.size())),
-                     [self, generation = m_generation](const std::optional<QByteArray> &body,
-                                                       const std::optional<HttpResponse> &response,
-                                                       const std::optional<NetworkError> &error) {
-                         if (!self)
-                             return;
-                         const bool current = generation == self->m_generation;
-                         if (failed(response, error)) {
-                             // The queue is kept for the retry.
-                             if (current)
-                                 self->onFailure();
-                             return;
-                         }
-                         // This also drops the reports queued while the POST was in flight: each
-                         // cycle starts from an empty queue, as the service expects. A reply to
-                         // an earlier start leaves the new loop alone.
-                         if (current)
-                             self->clearQueue();
-                         if (body && !self->processReply(*body))
-                             Log::warning(u"Cannot parse message"_s);
-                         // A reply still being read holds the next flush back: the service
-                         // cannot pile up commands faster than the app carries them out.
-                         if (current) {
-                             if (self->hasPendingCommands())
-                                 self->m_flushWhenRead = true;
-                             else
-                                 self->scheduleNextFlush();
-                         }
-                     });
+    m_httpUtil->post(
+        *m_url, QByteArray(bytes.data(), qsizetype(bytes.size())),
+        [self, generation = m_generation, carried](const std::optional<QByteArray> &body,
+                                                   const std::optional<HttpResponse> &response,
+                                                   const std::optional<NetworkError> &error) {
+            if (!self)
+                return;
+            const bool current = generation == self->m_generation;
+            if (failed(response, error)) {
+                // The queue is kept for the retry.
+                if (current)
+                    self->onFailure();
+                return;
+            }
+            // This also drops the reports queued while the POST was in flight: each
+            // cycle starts from an empty queue, as the service expects. A reply to
+            // an earlier start leaves the new loop alone.
+            if (current && carried)
+                self->clearQueue();
+            if (body && !self->processReply(*body))
+                Log::warning(u"Cannot parse message"_s);
+            // A reply still being read holds the next flush back: the service
+            // cannot pile up commands faster than the app carries them out.
+            if (current) {
+                if (self->hasPendingCommands())
+                    self->m_flushWhenRead = true;
+                else
+                    self->scheduleNextFlush();
+            }
+        });
 }
 
 bool XhrMessageSender::processReply(const QByteArray &body)

@@ -2,6 +2,7 @@
 
 #include "Network/MessageSender.h"
 
+#include <QDeadlineTimer>
 #include <QList>
 #include <QTimer>
 
@@ -23,10 +24,17 @@ class HttpUtil;
 /// twice as long each time up to 30 s, until it opens or the sender stops. Meanwhile the queue
 /// is held to visitSizeThreshold() bytes by dropping its oldest screenshots (then pings), never
 /// clicks, page changes or tags; once back, only the newest screenshot goes out with the rest.
+///
+/// While the screen is live (a screenshot went out within LiveScreenMs), a flush with nothing
+/// queued still posts an empty list, so an agent's command waits at most one flush interval
+/// plus a round trip; on a still screen an empty queue posts nothing. Such a post carried
+/// nothing, so its reply does not empty the queue.
 class VISTREL_AUTOTEST_EXPORT XhrMessageSender : public MessageSender
 {
     Q_OBJECT
 public:
+    static constexpr int LiveScreenMs = 1000;
+
     XhrMessageSender(ApplicationConfigWrapper *applicationConfig, InitSender *initSender,
                      OrvaneAPI *orvaneAPI, HttpUtil *httpUtil, BidirectionalMessageParser *parser,
                      QObject *parent = nullptr);
@@ -111,6 +119,8 @@ private:
     };
     std::deque<PendingReply> m_pendingReplies;
     bool m_flushWhenRead = false;
+    // Expired (the default) while the screen is still.
+    QDeadlineTimer m_liveScreen;
     QTimer m_flushTimer;
     QTimer m_retryTimer;
     QTimer m_readTimer;
