@@ -9,8 +9,6 @@
   const LIVE_PATH = '/console/api/live';
   const SCALE = 3;              // screenshots are a third of the device's pixel size
   const RECONNECT_MS = 1000;    // the live feed reconnects after this, refreshing everything
-  const CHAT_EVERY_MS = 1000;   // the chat and the call queue are still read each second
-  const CALLS_EVERY_MS = 1000;
   const POLLER_STALE_MS = 30000; // devices poll every few seconds; a silent one has gone
   const MAX_ENTRIES = 500;
 
@@ -107,11 +105,15 @@
       setConnection(true);
       refreshList();
       refreshEvents();
+      refreshChat();
+      refreshCalls();
     };
     socket.onmessage = (message) => {
       let change;
       try { change = JSON.parse(message.data); } catch (e) { return; }
       if (change.list) refreshList();
+      if (change.chat) refreshChat();
+      if (change.calls) refreshCalls();
       if (state.selectedId && (change.conversations || []).includes(state.selectedId)) {
         refreshEvents();
       }
@@ -327,18 +329,20 @@
     renderChat(data.messages);
   }
 
-  async function pollChat() {
+  // Read when the service says a chat changed, and when the current visit changes.
+  async function refreshChat() {
     const current = visit();
     const generation = state.generation;
-    if (current && current.visitorId) {
-      try {
-        const answer = await call('GET', '/visits/' + encodeURIComponent(current.id) + '/chat');
-        if (generation === state.generation && answer.ok && answer.data) applyChat(answer.data);
-      } catch (e) {
-        setConnection(false);
+    if (!current || !current.visitorId) return;
+    try {
+      const answer = await call('GET', '/visits/' + encodeURIComponent(current.id) + '/chat');
+      if (generation === state.generation && answer.ok && answer.data &&
+          visit() && answer.data.visitorId === visit().visitorId) {
+        applyChat(answer.data);
       }
+    } catch (e) {
+      setConnection(false);
     }
-    setTimeout(pollChat, CHAT_EVERY_MS);
   }
 
   async function chatPost(path, body, done) {
@@ -390,7 +394,9 @@
   }
 
   function applyEvents(data) {
+    const before = visit();
     state.selected = data.conversation;
+    if (!before || before.id !== data.conversation.visit.id) refreshChat();
     const live = state.primed;  // the first answer is history: no markers for it
     for (const event of data.events) addEvent(event, live);
     state.since = data.next;
@@ -570,7 +576,7 @@
     button.dataset.testid = testid;
     if (danger) button.classList.add('danger');
     button.addEventListener('click', async () => {
-      if (await act('POST', path, undefined, done)) refreshCallsNow();
+      if (await act('POST', path, undefined, done)) refreshCalls();
     });
     return button;
   }
@@ -628,7 +634,7 @@
   }
 
   let callsShown = '';
-  async function refreshCallsNow() {
+  async function refreshCalls() {
     try {
       const answer = await call('GET', '/calls');
       if (!answer.ok || !answer.data) return;
@@ -639,11 +645,6 @@
         renderCalls(answer.data);
       }
     } catch (e) { /* the visit list shows the connection state */ }
-  }
-
-  async function refreshCalls() {
-    await refreshCallsNow();
-    setTimeout(refreshCalls, CALLS_EVERY_MS);
   }
 
   // The time line shows what was queued (the service logs it); refusals show here only.
@@ -758,6 +759,4 @@
 
   renderSelection();
   connect();
-  refreshCalls();
-  pollChat();
 })();

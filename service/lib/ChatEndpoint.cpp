@@ -117,16 +117,21 @@ HttpReply ChatEndpoint::poll(const RecordedRequest &request)
     qint64 next = since;
     const QDateTime now = QDateTime::currentDateTimeUtc();
     const auto chat = m_chats.find(ChatKey(tenantId, visitorId));
+    bool delivered = false;
     if (chat != m_chats.end()) {
         for (ChatMessage &message : *chat) {
             if (message.id <= since)
                 continue;
-            if (!message.isDelivered())
+            if (!message.isDelivered()) {
                 message.deliveredAt = now;
+                delivered = true;
+            }
             list.append(toJson(message));
             next = message.id;
         }
     }
+    if (delivered)
+        Q_EMIT messagesDelivered(tenantId, visitorId);
     return jsonReply(200, QJsonObject{{u"messages"_s, list}, {u"next"_s, next}});
 }
 

@@ -58,6 +58,8 @@ public:
 Q_SIGNALS:
     void messagePosted(const QString &tenantId, const QString &visitorId,
                        const VistrelService::ChatMessage &message);
+    /// The chat page fetched messages it had not seen: they count as delivered now.
+    void messagesDelivered(const QString &tenantId, const QString &visitorId);
 
 private:
     using ChatKey = QPair<QString, QString>;

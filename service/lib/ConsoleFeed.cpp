@@ -48,13 +48,25 @@ void ConsoleFeed::listChanged()
     schedule();
 }
 
+void ConsoleFeed::chatChanged()
+{
+    m_chatChanged = true;
+    schedule();
+}
+
+void ConsoleFeed::callsChanged()
+{
+    m_callsChanged = true;
+    schedule();
+}
+
 void ConsoleFeed::schedule()
 {
     if (m_scheduled || m_sockets.empty()) {
         // Without a console nothing is owed: a console that connects fetches everything.
         if (m_sockets.empty()) {
             m_changed.clear();
-            m_listChanged = false;
+            m_listChanged = m_chatChanged = m_callsChanged = false;
         }
         return;
     }
@@ -69,10 +81,12 @@ void ConsoleFeed::flush()
     ids.sort();
     const QByteArray frame =
         QJsonDocument(QJsonObject{{u"conversations"_s, QJsonArray::fromStringList(ids)},
-                                  {u"list"_s, m_listChanged}})
+                                  {u"list"_s, m_listChanged},
+                                  {u"chat"_s, m_chatChanged},
+                                  {u"calls"_s, m_callsChanged}})
             .toJson(QJsonDocument::Compact);
     m_changed.clear();
-    m_listChanged = false;
+    m_listChanged = m_chatChanged = m_callsChanged = false;
     for (QWebSocket *socket : m_sockets) {
         if (socket->state() == QAbstractSocket::ConnectedState)
             socket->sendTextMessage(QString::fromUtf8(frame));

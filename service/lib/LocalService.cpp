@@ -79,6 +79,12 @@ LocalService::LocalService(QObject *parent)
     connect(&m_conversations, &Conversations::changed, &m_consoleFeed,
             &ConsoleFeed::conversationChanged);
     connect(&m_channels, &ChannelEndpoint::polled, &m_consoleFeed, &ConsoleFeed::listChanged);
+    connect(&m_chat, &ChatEndpoint::messagePosted, &m_consoleFeed, &ConsoleFeed::chatChanged);
+    connect(&m_chat, &ChatEndpoint::messagesDelivered, &m_consoleFeed, &ConsoleFeed::chatChanged);
+    connect(&m_conference, &ConferenceEndpoint::queueChanged, &m_consoleFeed,
+            &ConsoleFeed::callsChanged);
+    connect(&m_meetings, &MeetingEndpoint::meetingsChanged, &m_consoleFeed,
+            &ConsoleFeed::callsChanged);
     connect(&m_channels, &ChannelEndpoint::messageDelivered, &m_conversations,
             [this](const QString &visitorId, const QString &channel) {
                 m_conversations.channelMessageDelivered(visitorId, channel);

@@ -58,6 +58,7 @@ void MeetingEndpoint::endMeeting(const QString &room)
         if (meeting.room == room)
             meeting.ended = true;
     }
+    Q_EMIT meetingsChanged();
 }
 
 HttpReply MeetingEndpoint::joined(const QByteArray &body)
@@ -76,6 +77,7 @@ HttpReply MeetingEndpoint::joined(const QByteArray &body)
     m_meetings.append(meeting);
     qCInfo(lcVistrelService) << "Meeting joined in room" << meeting.room;
     Q_EMIT meetingJoined(meeting.room);
+    Q_EMIT meetingsChanged();
     // The page asks by this index, so a later call in the same room is another meeting.
     return HttpReply{200, QJsonDocument(QJsonObject{{u"id"_s, m_meetings.size() - 1}})
                               .toJson(QJsonDocument::Compact)};
@@ -87,8 +89,10 @@ HttpReply MeetingEndpoint::meetingState(const RecordedRequest &request, bool lea
     const qsizetype id = request.queryValue(u"id"_s).toLongLong(&valid);
     if (!valid || id < 0 || id >= m_meetings.size())
         return HttpReply::error(404, "unknown meeting");
-    if (leave)
+    if (leave && !m_meetings.at(id).ended) {
         m_meetings[id].ended = true;
+        Q_EMIT meetingsChanged();
+    }
     return HttpReply{200, m_meetings.at(id).ended ? QByteArrayLiteral(R"({"ended":true})")
                                                   : QByteArrayLiteral(R"({"ended":false})")};
 }

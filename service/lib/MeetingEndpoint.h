@@ -29,6 +29,8 @@ public:
 
 Q_SIGNALS:
     void meetingJoined(const QString &room);
+    /// A meeting was joined or ended.
+    void meetingsChanged();
 
 private:
     HttpReply joined(const QByteArray &body);

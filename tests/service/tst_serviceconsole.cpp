@@ -386,7 +386,8 @@ void TestServiceConsole::liveFeed()
         200);
     QVERIFY(m_service->waitFor([&frames] { return !frames.isEmpty(); }));
     QTest::qWait(50);
-    QCOMPARE(frames, QStringList{uR"({"conversations":["V1"],"list":true})"_s});
+    QCOMPARE(frames,
+             QStringList{uR"({"calls":false,"chat":false,"conversations":["V1"],"list":true})"_s});
 }
 
 QTEST_GUILESS_MAIN(TestServiceConsole)
