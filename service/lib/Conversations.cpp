@@ -180,6 +180,8 @@ void Conversations::reportReceived(const QString &visitId, qsizetype index)
 {
     const Visit *visit = m_registry->find(visitId);
     const QString id = visit->conversationId();
+    if (id.isEmpty())
+        return;
     const VistrelKit::ProtoMessage &message = visit->reports().at(index).message;
     const qint64 at = visit->reports().at(index).receivedAt.toMSecsSinceEpoch();
     const auto event = [&](const QString &kind, QJsonObject fields) {
@@ -263,7 +265,11 @@ qint64 Conversations::channelMessageQueued(const QString &visitorId, const QStri
 
 void Conversations::channelMessageDelivered(const QString &visitorId, const QString &channel)
 {
-    QList<std::pair<qint64, QString>> &queued = m_channelCommands[visitorId];
+    // Most channel messages (the call queue's) are not the console's commands.
+    const auto tracked = m_channelCommands.find(visitorId);
+    if (tracked == m_channelCommands.end())
+        return;
+    QList<std::pair<qint64, QString>> &queued = *tracked;
     const auto found = std::find_if(queued.begin(), queued.end(), [&channel](const auto &entry) {
         return entry.second == channel;
     });
@@ -271,6 +277,8 @@ void Conversations::channelMessageDelivered(const QString &visitorId, const QStr
         return;
     const qint64 commandId = found->first;
     queued.erase(found);
+    if (queued.isEmpty())
+        m_channelCommands.erase(tracked);
     const QString id = ofVisitor(visitorId);
     const QString visitId = current(id)->id();
     append(id, QJsonObject{{u"kind"_s, u"delivered"_s},
