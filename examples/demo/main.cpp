@@ -14,11 +14,13 @@
 
 #include <QApplication>
 #include <QCommandLineParser>
+#include <QEventLoop>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
+#include <QTimer>
 #include <QUrl>
 
 #include <csignal>
@@ -181,17 +183,29 @@ int main(int argc, char *argv[])
                      [&running] { running = true; });
     QObject::connect(Orvane::vistrel(), &OrvaneVistrel::stopped, &app,
                      [&running] { running = false; });
+    QObject::connect(Orvane::vistrel(), &OrvaneVistrel::startFailed, &app,
+                     [&running] { running = false; });
     QObject::connect(&app, &QCoreApplication::aboutToQuit, &app, [&running] {
         // Stopping the session removes the co-browsing widget too.
-        if (running || Orvane::coBrowsing()->isShown())
+        if (running || Orvane::coBrowsing()->isShown()) {
             Orvane::vistrel()->stop();
+            // The visit's delete leaves from Qt's HTTP thread: give it a moment before the
+            // process ends, or the service only learns of the end when the visit goes silent.
+            QEventLoop wait;
+            QTimer::singleShot(250, &wait, &QEventLoop::quit);
+            wait.exec();
+        }
     });
 
     if (parser.isSet(webSocketOption))
         Orvane::vistrel()->setTransport(OrvaneVistrel::Transport::WebSocket);
     // Streaming from the first moment, so the console shows the screen as soon as it opens.
-    if (!parser.isSet(noAutostartOption))
+    // Running from this call on: the visit may exist before started() arrives, and an exit in
+    // between must end it too.
+    if (!parser.isSet(noAutostartOption)) {
+        running = true;
         Orvane::vistrel()->start();
+    }
 
     std::printf("Agent console: %s://%s/\n", qPrintable(scheme), qPrintable(server));
     std::fflush(stdout);
