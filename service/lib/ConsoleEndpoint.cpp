@@ -292,7 +292,7 @@ QJsonObject ConsoleEndpoint::conversation(const QString &id)
     bool live = false;
     for (const Visit *visit : visits) {
         live = live || visit->isOpen();
-        const QString shareId = summary(*visit).value(u"shareId"_s).toString();
+        const QString shareId = conversations->shareIdOf(*visit);
         if (!shareId.isEmpty() && !shareIds.contains(shareId))
             shareIds.append(shareId);
     }
@@ -301,7 +301,7 @@ QJsonObject ConsoleEndpoint::conversation(const QString &id)
                        {u"visitCount"_s, visits.size()},
                        {u"shareIds"_s, QJsonArray::fromStringList(shareIds)},
                        {u"startedAt"_s, epochMs(visits.constFirst()->openedAt())},
-                       {u"visit"_s, summary(*conversations->current(id))}};
+                       {u"visit"_s, summary(*Conversations::currentOf(visits))}};
 }
 
 HttpReply ConsoleEndpoint::events(const QString &id, const RecordedRequest &request)
@@ -489,10 +489,7 @@ const ConsoleEndpoint::Digest &ConsoleEndpoint::digest(const Visit &visit)
 QJsonObject ConsoleEndpoint::summary(const Visit &visit)
 {
     const Digest &known = digest(visit);
-    const std::optional<DeviceInit> init = m_service->deviceInit(visit.id());
-    QString shareId = visit.shareId();
-    if (shareId.isEmpty() && init)
-        shareId = init->shareId;
+    const QString shareId = m_service->conversations()->shareIdOf(visit);
     QJsonValue screenshot;
     if (known.screenshotIndex >= 0) {
         screenshot =

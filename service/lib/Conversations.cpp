@@ -51,7 +51,11 @@ QList<const Visit *> Conversations::visitsOf(const QString &id) const
 
 const Visit *Conversations::current(const QString &id) const
 {
-    const QList<const Visit *> visits = visitsOf(id);
+    return currentOf(visitsOf(id));
+}
+
+const Visit *Conversations::currentOf(const QList<const Visit *> &visits)
+{
     const Visit *newestOpen = nullptr;
     for (const Visit *visit : visits) {
         if (visit->isOpen() && (!newestOpen || visit->openedAt() >= newestOpen->openedAt()))

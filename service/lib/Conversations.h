@@ -46,6 +46,10 @@ public:
     bool contains(const QString &id) const { return m_logs.contains(id); }
     /// The newest open visit of the conversation, else its newest visit.
     const Visit *current(const QString &id) const;
+    /// The same among visits (a conversation's, in order of first sight).
+    static const Visit *currentOf(const QList<const Visit *> &visits);
+    /// The visit's share id: the WebSocket's "shrId", else (over HTTP) its init request's.
+    QString shareIdOf(const Visit &visit) const;
     QList<const Visit *> visitsOf(const QString &id) const;
     /// The conversation of the newest visit of the visitor; empty when none.
     QString ofVisitor(const QString &visitorId) const;
@@ -95,7 +99,6 @@ private:
 
     void append(const QString &id, QJsonObject event);
     void resolve(const QString &id, Awaits what, const QString &visitId, const QString &text);
-    QString shareIdOf(const Visit &visit) const;
 
     VisitRegistry *m_registry;
     InitLookup m_initOf;
