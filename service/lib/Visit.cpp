@@ -36,17 +36,15 @@ void Visit::end(EndReason reason, const QDateTime &now)
     m_endedAt = now;
 }
 
-void Visit::resume(const QDateTime &now)
+void Visit::resume()
 {
     m_state = State::Open;
     m_endReason = EndReason::None;
-    m_lastContact = now;
 }
 
 qsizetype Visit::addReport(Report report)
 {
     m_lastReportTime = report.receivedAt;
-    m_lastContact = report.receivedAt;
     m_reports.append(std::move(report));
     return m_reports.size() - 1;
 }

@@ -52,7 +52,7 @@ public:
     QDateTime openedAt() const { return m_openedAt; }
     QDateTime endedAt() const { return m_endedAt; }
     EndReason endReason() const { return m_endReason; }
-    /// Newest request or frame of the device for this visit.
+    /// Newest request or frame of the device for this visit (an empty one too).
     QDateTime lastContact() const { return m_lastContact; }
     /// The id of the first visit of the same device (same visitor or session id); the console
     /// shows such visits as one conversation. Set at the first opening.
@@ -70,7 +70,7 @@ public:
     void end(EndReason reason, const QDateTime &now);
     void touch(const QDateTime &now) { m_lastContact = now; }
     /// Reopens a visit that went silent, keeping its identifiers.
-    void resume(const QDateTime &now);
+    void resume();
     /// Returns the report's index.
     qsizetype addReport(Report report);
     void queueCommand(AgentCommand command);

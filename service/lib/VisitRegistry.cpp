@@ -20,6 +20,12 @@ void VisitRegistry::setSilenceTimeout(int ms)
         m_silenceCheck.stop();
 }
 
+void VisitRegistry::watchSilence()
+{
+    if (m_silenceTimeoutMs > 0 && !m_silenceCheck.isActive())
+        m_silenceCheck.start();
+}
+
 void VisitRegistry::endSilentVisits()
 {
     const QDateTime now = QDateTime::currentDateTimeUtc();
@@ -89,8 +95,7 @@ Visit &VisitRegistry::open(const QString &visitId, Transport transport, const QU
     visit.open(transport, query, QDateTime::currentDateTimeUtc());
     if (visit.conversationId().isEmpty())
         visit.setConversationId(conversationFor(visit));
-    if (m_silenceTimeoutMs > 0 && !m_silenceCheck.isActive())
-        m_silenceCheck.start();
+    watchSilence();
     Q_EMIT visitOpened(visitId);
     return visit;
 }
@@ -112,11 +117,11 @@ bool VisitRegistry::addReports(const QString &visitId, const VistrelKit::ProtoMe
     if (!visit)
         return false;
     if (visit->endReason() == Visit::EndReason::Silent) {
-        visit->resume(carrier.receivedAt);
-        if (m_silenceTimeoutMs > 0 && !m_silenceCheck.isActive())
-            m_silenceCheck.start();
+        visit->resume();
+        watchSilence();
         Q_EMIT visitOpened(visitId);
     }
+    // Per request, so that an empty list counts as contact too.
     visit->touch(carrier.receivedAt);
     for (const VistrelKit::ProtoMessage &message : list.messages()) {
         Report report = carrier;

@@ -66,6 +66,8 @@ private:
     Visit &ensure(const QString &visitId);
     /// The conversation of the newest other visit with the same visitor or session id.
     QString conversationFor(const Visit &visit) const;
+    /// Runs the silence check while a visit is open (it stops itself when none is).
+    void watchSilence();
     void endSilentVisits();
 
     std::vector<std::unique_ptr<Visit>> m_visits;
