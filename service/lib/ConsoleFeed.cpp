@@ -7,6 +7,7 @@
 #include <QWebSocket>
 
 #include <algorithm>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -62,16 +63,17 @@ void ConsoleFeed::callsChanged()
 
 void ConsoleFeed::schedule()
 {
-    if (m_scheduled || m_sockets.empty()) {
-        // Without a console nothing is owed: a console that connects fetches everything.
-        if (m_sockets.empty()) {
-            m_changed.clear();
-            m_listChanged = m_chatChanged = m_callsChanged = false;
-        }
-        return;
-    }
-    m_scheduled = true;
-    QTimer::singleShot(0, this, &ConsoleFeed::flush);
+    // Without a console nothing is owed: a console that connects fetches everything.
+    if (m_sockets.empty())
+        forget();
+    else if (!std::exchange(m_scheduled, true))
+        QTimer::singleShot(0, this, &ConsoleFeed::flush);
+}
+
+void ConsoleFeed::forget()
+{
+    m_changed.clear();
+    m_listChanged = m_chatChanged = m_callsChanged = false;
 }
 
 void ConsoleFeed::flush()
@@ -85,8 +87,7 @@ void ConsoleFeed::flush()
                                   {u"chat"_s, m_chatChanged},
                                   {u"calls"_s, m_callsChanged}})
             .toJson(QJsonDocument::Compact);
-    m_changed.clear();
-    m_listChanged = m_chatChanged = m_callsChanged = false;
+    forget();
     for (QWebSocket *socket : m_sockets) {
         if (socket->state() == QAbstractSocket::ConnectedState)
             socket->sendTextMessage(QString::fromUtf8(frame));

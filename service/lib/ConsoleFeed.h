@@ -35,6 +35,7 @@ public:
 
 private:
     void schedule();
+    void forget();
     void flush();
 
     std::vector<QWebSocket *> m_sockets;
