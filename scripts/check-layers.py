@@ -8,7 +8,7 @@ import pathlib
 import re
 import sys
 
-LAYERS = ["Core", "Config", "Api", "Widgets", "Network", "Communication", "Monitoring", "Session",
+LAYERS = ["Core", "Config", "Api", "Widgets", "Quick", "Network", "Communication", "Monitoring", "Session",
           "CoBrowsing", "WebChat", "User", "Facade"]
 # Generated or non-code folders.
 IGNORED = {"resources"}

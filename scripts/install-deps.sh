@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs the Debian 12 packages the kit, the local service, the demo, the tests and the fuzz
+# Installs the Debian 12 packages the kit, the local service, the demos, the tests and the fuzz
 # targets need.
 set -euo pipefail
 
@@ -7,6 +7,9 @@ packages=(
     cmake ninja-build make g++ pkg-config python3
     qt6-base-dev qt6-base-dev-tools qt6-base-private-dev qt6-websockets-dev qt6-httpserver-dev
     qt6-webengine-dev qt6-webengine-dev-tools qt6-webchannel-dev qt6-pdf-dev
+    # The QML demo: Qt Quick to build it, and the QML modules it imports at run time.
+    qt6-declarative-dev qml6-module-qtquick qml6-module-qtquick-controls
+    qml6-module-qtquick-templates qml6-module-qtquick-layouts qml6-module-qtqml-workerscript
     libgl-dev libxkbcommon-dev
     libprotobuf-dev protobuf-compiler nlohmann-json3-dev libbenchmark-dev
     chromium libnss3-tools
