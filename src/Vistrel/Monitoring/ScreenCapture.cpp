@@ -2,6 +2,7 @@
 
 #include "Config/IOSConfig.h"
 #include "Monitoring/PrivacyUtils.h"
+#include "Quick/QuickPrivacy.h"
 #include "Widgets/ViewUtils.h"
 
 #include <QBackingStore>
@@ -9,6 +10,7 @@
 #include <QGuiApplication>
 #include <QImageWriter>
 #include <QPainter>
+#include <QQuickWindow>
 #include <QWidget>
 #include <QWindow>
 
@@ -166,7 +168,12 @@ QByteArray ScreenCapture::encodeJpeg(const QImage &image)
 
 QRect ScreenCapture::toThird(QWidget *window, const QRectF &rect)
 {
-    const qreal scale = window->devicePixelRatioF() / 3;
+    return toThird(window->devicePixelRatioF(), rect);
+}
+
+QRect ScreenCapture::toThird(qreal devicePixelRatio, const QRectF &rect)
+{
+    const qreal scale = devicePixelRatio / 3;
     return QRectF(rect.x() * scale, rect.y() * scale, rect.width() * scale, rect.height() * scale)
         .toAlignedRect();
 }
@@ -186,6 +193,22 @@ QImage ScreenCapture::capture(QWidget *window, const std::optional<IOSConfig> &c
         const QPoint place = window->mapFromGlobal(popup->mapToGlobal(QPoint(0, 0)));
         painter.drawImage(toThird(window, QRectF(place, popup->size())).topLeft(), part);
     }
+    return shot;
+}
+
+QImage ScreenCapture::capture(QQuickWindow *window, const std::optional<IOSConfig> &config,
+                              QSet<QString> *warned)
+{
+    QImage shot = scaleToThird(window->grabWindow());
+    const QList<QRectF> rects = QuickPrivacy::privateRects(window, config, warned);
+    if (rects.isEmpty())
+        return shot;
+    QPainter painter(&shot);
+    if (!painter.isActive())
+        qFatal("Cannot paint the privacy mask");
+    const qreal ratio = window->effectiveDevicePixelRatio();
+    for (const QRectF &rect : rects)
+        painter.fillRect(toThird(ratio, rect), Qt::black);
     return shot;
 }
 

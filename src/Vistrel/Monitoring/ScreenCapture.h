@@ -11,6 +11,7 @@
 
 #include <optional>
 
+class QQuickWindow;
 class QWidget;
 
 namespace VistrelKit {
@@ -44,12 +45,19 @@ public:
     /// warned: the bad entries of config already logged (each is logged once while it stays).
     static QImage capture(QWidget *window, const std::optional<IOSConfig> &config,
                           QSet<QString> *warned);
+    /// The same for a Qt Quick window: its device pixels (QQuickWindow::grabWindow()) at a third,
+    /// every private item black (QuickPrivacy). Qt Quick's popups, menus and tool tips are items
+    /// of the window, so they are in its pixels already.
+    static QImage capture(QQuickWindow *window, const std::optional<IOSConfig> &config,
+                          QSet<QString> *warned);
     /// Whether a and b (images of one size) differ anywhere outside ignored; images of
     /// different sizes always differ.
     static bool differsOutside(const QImage &a, const QImage &b, const QRect &ignored);
     /// A rectangle of window (in its units) as pixels of its third-size image: grown to whole
     /// pixels, so that every pixel it touches is inside.
     static QRect toThird(QWidget *window, const QRectF &rect);
+    /// The same for a window of that device pixel ratio.
+    static QRect toThird(qreal devicePixelRatio, const QRectF &rect);
 
     static constexpr int JpegQuality = 40;
 };

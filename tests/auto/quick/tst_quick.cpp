@@ -2,6 +2,7 @@
 // pixel ratio of 2: page names, private items, the agent's tap and the user's.
 #include "Config/IOSConfig.h"
 #include "LogCapture.h"
+#include "Monitoring/ScreenCapture.h"
 #include "Quick/QuickClick.h"
 #include "Quick/QuickPrivacy.h"
 #include "Quick/QuickTapWatcher.h"
@@ -40,6 +41,7 @@ private Q_SLOTS:
     void viewName_data();
     void viewName();
     void privateItems();
+    void capture();
     void agentTap_data();
     void agentTap();
     void userTaps();
@@ -157,6 +159,33 @@ void tst_Quick::privateItems()
     QCOMPARE(rects, expected);
     QCOMPARE(log.count(u"Cannot convert tag to integer"_s), 1);
     QCOMPARE(log.count(u"Cannot convert class name to class"_s), 1);
+}
+
+void tst_Quick::capture()
+{
+    // White fields on red: a black pixel can only be a mask.
+    QQuickWindow *window = show(R"(color: "red"
+        TextField { x: 30; y: 30; width: 150; height: 30; echoMode: TextInput.Password
+                    text: "secret"; background: Rectangle { color: "white" } }
+        Rectangle { x: 30; y: 90; width: 150; height: 30; color: "white"
+                    property bool vistrelPrivate: true }
+        Rectangle { x: 30; y: 150; width: 150; height: 30; color: "white"
+                    property int vistrelTag: 4 }
+        Rectangle { x: 30; y: 210; width: 150; height: 30; color: "white" })"_ba);
+    QVERIFY(window);
+    IOSConfig config;
+    config.blacklist = {u"4"_s};
+    QSet<QString> warned;
+    const QImage shot = ScreenCapture::capture(window, config, &warned);
+    // A third of the device pixels, 800×600 at ratio 2.
+    QCOMPARE(shot.size(), QSize(266, 200));
+    // At a third of twice the logical pixels: the middle of each field.
+    const auto at = [&shot](int x, int y) { return shot.pixelColor(x * 2 / 3, y * 2 / 3); };
+    QCOMPARE(at(105, 45), QColor(Qt::black));
+    QCOMPARE(at(105, 105), QColor(Qt::black));
+    QCOMPARE(at(105, 165), QColor(Qt::black));
+    QCOMPARE(at(105, 225), QColor(Qt::white));
+    QCOMPARE(at(300, 45), QColor(Qt::red));
 }
 
 void tst_Quick::agentTap_data()
