@@ -7,6 +7,7 @@
 #include "Config/ApplicationConfigWrapper.h"
 #include "Network/Bidirectional/BidirectionalMessageParser.h"
 #include "Network/Xhr/XhrMessageSender.h"
+#include "Platform/WidgetScreen.h"
 
 #include <QTest>
 
@@ -19,7 +20,7 @@ struct BenchTransport
         : http(&wrapper)
         , api(&http, &bench->host)
         , initSender(&wrapper, &api)
-        , sender(&wrapper, &initSender, &api, &http, &parser)
+        , sender(&wrapper, &initSender, &api, &http, &parser, &platform)
     {}
 
     /// Starts the report channel on a new visit; false, with a line on stderr, when it never
@@ -41,6 +42,7 @@ struct BenchTransport
     QString visitId() const { return *wrapper.config().visitConfig.visitId; }
 
     VistrelKit::ApplicationConfigWrapper wrapper;
+    VistrelKit::WidgetScreen platform;
     VistrelKit::HttpUtil http;
     VistrelKit::OrvaneAPI api;
     VistrelKit::InitSender initSender;

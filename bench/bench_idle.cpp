@@ -97,7 +97,7 @@ public:
         PaintCounter counter(m_window);
         qApp->installEventFilter(&counter);
 
-        ViewMonitor monitor(&m_transport->wrapper);
+        ViewMonitor monitor(&m_transport->wrapper, &m_transport->platform);
         PingSender ping(&m_transport->wrapper);
         auto started = std::make_shared<std::optional<bool>>();
         monitor.start(&m_transport->sender,

@@ -10,6 +10,7 @@
 #include "Config/ApplicationConfigWrapper.h"
 #include "Network/Bidirectional/BidirectionalMessageParser.h"
 #include "Network/Xhr/XhrMessageSender.h"
+#include "Platform/WidgetScreen.h"
 #include "ProcessMemory.h"
 
 #include <QCoreApplication>
@@ -80,7 +81,8 @@ int main(int argc, char *argv[])
     OrvaneAPI api(&http, &host);
     InitSender initSender(&wrapper, &api);
     BidirectionalMessageParser parser;
-    XhrMessageSender sender(&wrapper, &initSender, &api, &http, &parser);
+    WidgetScreen platform;
+    XhrMessageSender sender(&wrapper, &initSender, &api, &http, &parser, &platform);
     const QString visitId = *wrapper.config().visitConfig.visitId;
 
     sender.start(u"Main"_s, nullptr, nullptr);

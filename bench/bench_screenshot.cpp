@@ -386,7 +386,7 @@ private:
     // On a started monitor whose first capture reached the service.
     bool kitUnchangedTicks(Figures &figures)
     {
-        ViewMonitor monitor(&m_transport->wrapper);
+        ViewMonitor monitor(&m_transport->wrapper, &m_transport->platform);
         const qsizetype before = screenshotsAtService();
         auto started = std::make_shared<std::optional<bool>>();
         monitor.start(&m_transport->sender,

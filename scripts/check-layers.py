@@ -8,8 +8,8 @@ import pathlib
 import re
 import sys
 
-LAYERS = ["Core", "Config", "Api", "Widgets", "Quick", "Network", "Communication", "Monitoring", "Session",
-          "CoBrowsing", "WebChat", "User", "Facade"]
+LAYERS = ["Core", "Config", "Api", "Screen", "Widgets", "Quick", "Network", "Communication", "Monitoring",
+          "Session", "CoBrowsing", "WebChat", "User", "Platform", "Facade"]
 # Generated or non-code folders.
 IGNORED = {"resources"}
 

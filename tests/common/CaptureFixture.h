@@ -19,9 +19,9 @@
 struct CaptureFixture : TransportFixture
 {
     CaptureFixture()
-        : commandHandler(config.get(), nullptr, nullptr, nullptr)
-        , sender(config.get(), initSender.get(), api.get(), http.get(), &commandParser)
-        , monitor(config.get())
+        : commandHandler(config.get(), nullptr, nullptr, nullptr, &platform)
+        , sender(config.get(), initSender.get(), api.get(), http.get(), &commandParser, &platform)
+        , monitor(config.get(), &platform)
     {
         QObject::connect(&commandParser, &VistrelKit::BidirectionalMessageParser::messageReceived,
                          &commandHandler, &VistrelKit::BidirectionalMessageHandler::handle);

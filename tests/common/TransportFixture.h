@@ -6,6 +6,7 @@
 #include "Config/ApplicationConfigWrapper.h"
 #include "LocalService.h"
 #include "Network/Bidirectional/BidirectionalMessageParser.h"
+#include "Platform/WidgetScreen.h"
 #include "TestConfig.h"
 
 #include <QWidget>
@@ -13,7 +14,7 @@
 #include <memory>
 
 /// A local service, a kit configured for a fresh visit against it, the collaborators a transport
-/// needs, and a shown window whose class names the screen.
+/// needs, the widgets screen, and a shown window whose class names the screen.
 struct TransportFixture
 {
     TransportFixture()
@@ -42,6 +43,7 @@ struct TransportFixture
     qint64 startTime() const { return *config->config().vistrelConfig.startTime; }
 
     VistrelService::LocalService service;
+    VistrelKit::WidgetScreen platform;
     std::unique_ptr<VistrelKit::ApplicationConfigWrapper> config;
     std::unique_ptr<VistrelKit::HttpUtil> http;
     std::unique_ptr<VistrelKit::OrvaneAPI> api;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Session/CoBrowseView.h"
+#include "Widgets/PassthroughUIView.h"
 
 #include <Vistrel/vistrel_export.h>
 
@@ -24,7 +24,7 @@ class CoBrowseWidget;
 /// The co-browse widget: a full-size overlay over the app's topmost window holding a small
 /// panel with the share id and hide, show, chat and close buttons. Outside the panel every
 /// tap goes through to the app. Built from DefaultUIView.ui.
-class VISTREL_AUTOTEST_EXPORT DefaultUIView : public CoBrowseView
+class VISTREL_AUTOTEST_EXPORT DefaultUIView : public PassthroughUIView
 {
     Q_OBJECT
 public:
@@ -44,10 +44,11 @@ public:
 
     /// The tenant the chat button opens the chat for.
     std::optional<QString> tenantId() const { return m_tenantId; }
-    void setTenantId(const QString &tenantId) override { m_tenantId = tenantId; }
+    void setTenantId(const QString &tenantId) { m_tenantId = tenantId; }
     /// Shows the chat button only while the service offers chat.
-    void setChatActivated(bool activated) override;
-    void setShareIdText(const QString &text) override;
+    void setChatActivated(bool activated);
+    /// Writes the share id label.
+    void setShareIdText(const QString &text);
     bool chatActivated() const { return m_chatActivated; }
 
 public Q_SLOTS:
@@ -59,6 +60,12 @@ public Q_SLOTS:
     void closeClicked();
     /// Asks for the web chat of the tenant.
     void openChat();
+
+Q_SIGNALS:
+    /// The user closed the widget: co-browsing ends.
+    void closeRequested();
+    /// The user asked for the chat of the tenant.
+    void chatRequested(const QString &tenantId);
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;

@@ -5,7 +5,6 @@
 #include "Api/InitSender.h"
 #include "Api/OrvaneAPI.h"
 #include "Api/UIStrings.h"
-#include "CoBrowsing/DefaultUIView.h"
 #include "Communication/Communication.h"
 #include "Config/ApplicationConfigWrapper.h"
 #include "Config/ServiceHost.h"
@@ -15,6 +14,9 @@
 #include "Network/PingSender.h"
 #include "Network/WebSocket/WebSocketMessageSender.h"
 #include "Network/Xhr/XhrMessageSender.h"
+#include "Platform/QuickScreen.h"
+#include "Platform/Screens.h"
+#include "Platform/WidgetScreen.h"
 #include "Session/BidirectionalMessageHandler.h"
 #include "Session/CoBrowsing.h"
 #include "Session/Vistrel.h"
@@ -72,7 +74,7 @@ void Kit::registerKit(Injection &container)
             }));
     container.registerSingleton<Vistrel>(
         wired<Vistrel, InitSender, MessageSenderManager, ViewMonitor, ApplicationConfigWrapper,
-              PingSender, HealthCheck>([](Injection &, Vistrel *vistrel) {
+              PingSender, HealthCheck, ScreenPlatform>([](Injection &, Vistrel *vistrel) {
             OrvaneVistrel *facade = Orvane::vistrel();
             QObject::connect(vistrel, &Vistrel::started, facade, &OrvaneVistrel::started);
             QObject::connect(vistrel, &Vistrel::startFailed, facade, &OrvaneVistrel::startFailed);
@@ -93,12 +95,12 @@ void Kit::registerKit(Injection &container)
                         ApplicationConfigWrapper, HealthCheck>());
     container.registerSingleton<XhrMessageSender>(
         Injection::from<XhrMessageSender, ApplicationConfigWrapper, InitSender, OrvaneAPI, HttpUtil,
-                        BidirectionalMessageParser>());
+                        BidirectionalMessageParser, ScreenPlatform>());
     container.registerSingleton<WebSocketMessageSender>(
         Injection::from<WebSocketMessageSender, ApplicationConfigWrapper, InitSender, OrvaneAPI,
-                        HttpUtil, BidirectionalMessageParser>());
+                        HttpUtil, BidirectionalMessageParser, ScreenPlatform>());
     container.registerSingleton<ViewMonitor>(
-        Injection::from<ViewMonitor, ApplicationConfigWrapper>());
+        Injection::from<ViewMonitor, ApplicationConfigWrapper, ScreenPlatform>());
     container.registerSingleton<PingSender>(
         Injection::from<PingSender, ApplicationConfigWrapper>());
     container.registerSingleton<BidirectionalMessageParser>(
@@ -113,37 +115,38 @@ void Kit::registerKit(Injection &container)
         }));
     container.registerSingleton<BidirectionalMessageHandler>(
         Injection::from<BidirectionalMessageHandler, ApplicationConfigWrapper, UIStrings, Vistrel,
-                        CoBrowsing>());
+                        CoBrowsing, ScreenPlatform>());
     container.registerSingleton<HealthCheck>(
         Injection::from<HealthCheck, ApplicationConfigWrapper, OrvaneAPI>());
     container.registerSingleton<HttpUtil>(Injection::from<HttpUtil, ApplicationConfigWrapper>());
     container.registerSingleton<CoBrowsing>(
-        wired<CoBrowsing, Vistrel, UIStrings, ApplicationConfigWrapper, Communication>(
-            [](Injection &c, CoBrowsing *coBrowsing) {
-                auto *vistrel = c.resolve<Vistrel>(); // built already, as a dependency
-                // The widget has no meaning without the session it shows the id of.
-                QObject::connect(vistrel, &Vistrel::stopped, coBrowsing, &CoBrowsing::stop);
-                QObject::connect(vistrel, &Vistrel::chatAvailabilityChanged, coBrowsing,
-                                 &CoBrowsing::setChatAvailable);
-                // The widget's chat button opens the tenant's chat over the topmost window.
-                QObject::connect(coBrowsing, &CoBrowsing::chatRequested, coBrowsing,
-                                 [&c](const QString &tenantId) {
-                                     if (auto *webChat = c.resolveOrLog<WebChat>())
-                                         webChat->openOnTopWindow(tenantId);
-                                 });
-                OrvaneCoBrowsing *facade = Orvane::coBrowsing();
-                QObject::connect(coBrowsing, &CoBrowsing::started, facade,
-                                 &OrvaneCoBrowsing::started);
-                QObject::connect(coBrowsing, &CoBrowsing::ended, facade, &OrvaneCoBrowsing::ended);
-            },
-            CoBrowseView::Factory(
-                [](QWidget *parent) -> CoBrowseView * { return DefaultUIView::create(parent); })));
+        wired<CoBrowsing, Vistrel, UIStrings, ApplicationConfigWrapper, Communication,
+              ScreenPlatform>([](Injection &c, CoBrowsing *coBrowsing) {
+            auto *vistrel = c.resolve<Vistrel>(); // built already, as a dependency
+            // The widget has no meaning without the session it shows the id of.
+            QObject::connect(vistrel, &Vistrel::stopped, coBrowsing, &CoBrowsing::stop);
+            QObject::connect(vistrel, &Vistrel::chatAvailabilityChanged, coBrowsing,
+                             &CoBrowsing::setChatAvailable);
+            // The widget's chat button opens the tenant's chat over the topmost window.
+            QObject::connect(coBrowsing, &CoBrowsing::chatRequested, coBrowsing,
+                             [&c](const QString &tenantId) {
+                                 if (auto *webChat = c.resolveOrLog<WebChat>())
+                                     webChat->openOnTopWindow(tenantId);
+                             });
+            OrvaneCoBrowsing *facade = Orvane::coBrowsing();
+            QObject::connect(coBrowsing, &CoBrowsing::started, facade, &OrvaneCoBrowsing::started);
+            QObject::connect(coBrowsing, &CoBrowsing::ended, facade, &OrvaneCoBrowsing::ended);
+        }));
     container.registerSingleton<UIStrings>(Injection::from<UIStrings, OrvaneAPI>());
     container.registerSingleton<User>(
         Injection::from<User, ApplicationConfigWrapper, Vistrel, WebChat, OrvaneAPI, CoBrowsing>());
     container.registerSingleton<Communication>(
         Injection::from<Communication, OrvaneAPI, ApplicationConfigWrapper>());
     container.registerSingleton<ServiceHost>(Injection::from<ServiceHost>());
+    // Widgets and Qt Quick side by side: a host may show either, or both.
+    container.registerSingleton<ScreenPlatform>([](Injection &) -> std::unique_ptr<ScreenPlatform> {
+        return std::make_unique<Screens>(new WidgetScreen, new QuickScreen);
+    });
 }
 
 } // namespace VistrelKit

@@ -1,6 +1,5 @@
 #include <Vistrel/OrvaneCoBrowsing.h>
 
-#include "CoBrowsing/DefaultUIView.h"
 #include "Config/ApplicationConfigWrapper.h"
 #include "Core/Log.h"
 #include "Facade/Kit.h"
@@ -55,7 +54,10 @@ void OrvaneCoBrowsing::stop()
 bool OrvaneCoBrowsing::isShown() const
 {
     CoBrowsing *coBrowsing = controller();
-    return coBrowsing && coBrowsing->view() && coBrowsing->view()->parentWidget();
+    // Off its window means gone, even before it is deleted.
+    const QObject *visual =
+        coBrowsing && coBrowsing->view() ? coBrowsing->view()->visual() : nullptr;
+    return visual && visual->parent();
 }
 
 } // namespace VistrelKit

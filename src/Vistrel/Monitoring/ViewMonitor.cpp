@@ -5,12 +5,6 @@
 #include "Core/MainQueue.h"
 #include "Monitoring/ScreenCapture.h"
 #include "Network/MessageSender.h"
-#include "Widgets/ViewUtils.h"
-
-#include <QApplication>
-#include <QMouseEvent>
-#include <QTouchEvent>
-#include <QWidget>
 
 using namespace Qt::StringLiterals;
 
@@ -28,17 +22,17 @@ std::unique_ptr<QTimer> repeatingTimer(int intervalMs, ViewMonitor *monitor,
 }
 } // namespace
 
-ViewMonitor::ViewMonitor(ApplicationConfigWrapper *applicationConfig, QObject *parent)
+ViewMonitor::ViewMonitor(ApplicationConfigWrapper *applicationConfig, ScreenPlatform *screen,
+                         QObject *parent)
     : QObject(parent)
     , m_applicationConfig(applicationConfig)
+    , m_screen(screen)
 {
-    connect(&m_changes, &ScreenChangeTracker::pageShown, this, &ViewMonitor::checkPageSoon);
-}
-
-ViewMonitor::~ViewMonitor()
-{
-    if (QCoreApplication *app = QCoreApplication::instance())
-        app->removeEventFilter(this);
+    connect(screen, &ScreenPlatform::pageShown, this, &ViewMonitor::checkPageSoon);
+    connect(screen, &ScreenPlatform::tapped, this, [this](const QPointF &devicePixels) {
+        if (m_clickWindow)
+            handleClick(devicePixels);
+    });
 }
 
 qint64 ViewMonitor::startTime() const
@@ -50,7 +44,7 @@ void ViewMonitor::start(MessageSender *messageSender, ErrorCompletion completion
 {
     m_messageSender = messageSender;
     // A new start captures at once, and logs a bad entry of the service's lists once more.
-    m_changes.start();
+    m_screen->startWatching();
     m_warned.clear();
 
     Log::debug(u"Schedule new timer"_s);
@@ -68,16 +62,14 @@ void ViewMonitor::start(MessageSender *messageSender, ErrorCompletion completion
     MainQueue::async([self, stopped, completion = std::move(completion)] {
         if (stopped())
             return;
-        QWidget *root = ViewUtils::topViewController();
+        QWindow *root = self->m_screen->topWindow();
         if (!root) {
             completion(StringError(u"Cannot get root view"_s));
             return;
         }
-        // Taps are seen on their way to the app's widgets and never consumed.
-        qApp->removeEventFilter(self);
-        qApp->installEventFilter(self);
-        self->m_clickRoot = root;
-        self->m_pressInRoot.reset();
+        // Taps are seen on their way to the app and never consumed.
+        self->m_screen->watchTaps(root);
+        self->m_clickWindow = root;
         self->m_viewChangeTimer =
             repeatingTimer(ViewChangeIntervalMs, self, &ViewMonitor::viewChangeTick);
         completion(std::nullopt);
@@ -90,14 +82,14 @@ void ViewMonitor::stop()
     ++m_stopCount;
     m_screenshotTimer.reset();
     m_viewChangeTimer.reset();
-    m_changes.stop();
+    m_screen->stopWatching();
     QPointer<ViewMonitor> self(this);
     MainQueue::async([self] {
         if (!self)
             return;
-        qApp->removeEventFilter(self);
-        self->m_clickRoot.clear();
-        self->m_pressInRoot.reset();
+        // Before what a start() after this stop() queued: it watches its window again.
+        self->m_screen->watchTaps(nullptr);
+        self->m_clickWindow.clear();
     });
 }
 
@@ -119,36 +111,36 @@ void ViewMonitor::resetLastScreenshot()
 
 void ViewMonitor::screenshotTick()
 {
-    QPointer<QWidget> root = ViewUtils::topViewController();
+    QPointer<QWindow> root = m_screen->topWindow();
     if (!root) {
         Log::warning(u"Root view is null"_s);
         return;
     }
     const std::optional<IOSConfig> &config = m_applicationConfig->config().vistrelConfig.iosConfig;
     // Nothing painted, the same window and lists: the last capture still holds.
-    const bool changed = m_changes.takeChanged();
-    if (!changed && root == m_capturedRoot && config == m_capturedConfig &&
+    const bool changed = m_screen->takeChanged(root);
+    if (!changed && root == m_capturedWindow && config == m_capturedConfig &&
         ++m_ticksSinceCapture < ForcedCaptureTicks)
         return;
     m_ticksSinceCapture = 0;
-    m_capturedRoot = root;
+    m_capturedWindow = root;
     m_capturedConfig = config;
     QPointer<ViewMonitor> self(this);
-    ViewUtils::withTopViewController([self, root, stops = m_stopCount](QWidget *controller) {
-        // Another window on top by now: its widgets say nothing about what root shows, so root
+    m_screen->withTopWindow([self, root, stops = m_stopCount](QWindow *top) {
+        // Another window on top by now: its views say nothing about what root shows, so root
         // could not be masked. The next tick takes the new window.
-        if (!self || self->m_stopCount != stops || !root || controller != root)
+        if (!self || self->m_stopCount != stops || !root || top != root)
             return;
         self->capture(root);
     });
 }
 
-void ViewMonitor::capture(QWidget *root)
+void ViewMonitor::capture(QWindow *window)
 {
-    const QImage shot = ScreenCapture::capture(
-        root, m_applicationConfig->config().vistrelConfig.iosConfig, &m_warned);
+    const QImage shot =
+        m_screen->capture(window, m_applicationConfig->config().vistrelConfig.iosConfig, &m_warned);
     // A blink of the same text cursor over the same text is no change; anything else is.
-    const Caret caret = caretIn(root);
+    const ScreenPlatform::Caret caret = m_screen->caret(window);
     const QRect ignored = caret == m_lastCaret ? caret.rect : QRect();
     if (m_lastImage && !ScreenCapture::differsOutside(*m_lastImage, shot, ignored))
         return;
@@ -165,24 +157,6 @@ void ViewMonitor::capture(QWidget *root)
         if (error)
             Log::error(u"Sending screenshot failed: "_s + error->description());
     });
-}
-
-ViewMonitor::Caret ViewMonitor::caretIn(QWidget *root)
-{
-    QWidget *focus = QApplication::focusWidget();
-    if (!focus || focus->window() != root || !focus->testAttribute(Qt::WA_InputMethodEnabled))
-        return {};
-    const QRect cursor = focus->inputMethodQuery(Qt::ImCursorRectangle).toRect();
-    if (cursor.isEmpty())
-        return {};
-    // A pixel more all round: the scaled pixels at the cursor's edges mix it with its neighbours.
-    const QRect rect = ScreenCapture::toThird(root, QRectF(focus->mapTo(root, cursor.topLeft()),
-                                                           QSizeF(cursor.size())))
-                           .adjusted(-1, -1, 1, 1);
-    const size_t text = qHashMulti(0, focus->inputMethodQuery(Qt::ImSurroundingText).toString(),
-                                   focus->inputMethodQuery(Qt::ImCursorPosition).toInt(),
-                                   focus->inputMethodQuery(Qt::ImAnchorPosition).toInt());
-    return {focus, rect, text};
 }
 
 void ViewMonitor::checkPageSoon()
@@ -204,13 +178,13 @@ void ViewMonitor::checkPageSoon()
 void ViewMonitor::viewChangeTick()
 {
     // No window, no screen to name: waiting for one would pile up a wait at every tick.
-    if (!ViewUtils::topViewController())
+    if (!m_screen->topWindow())
         return;
     QPointer<ViewMonitor> self(this);
-    ViewUtils::withTopViewController([self, stops = m_stopCount](QWidget *controller) {
+    m_screen->withTopWindow([self, stops = m_stopCount](QWindow *top) {
         if (!self || self->m_stopCount != stops)
             return;
-        const QString name = ViewUtils::viewName(controller);
+        const QString name = self->m_screen->viewName(top);
         if (!self->m_lastView) {
             self->m_lastView = name;
             return;
@@ -229,53 +203,10 @@ void ViewMonitor::viewChangeTick()
     });
 }
 
-bool ViewMonitor::eventFilter(QObject *watched, QEvent *event)
+void ViewMonitor::handleClick(const QPointF &devicePixels)
 {
-    const QEvent::Type type = event->type();
-    // The second press of a double click comes as a double-click event: it is a tap too.
-    const bool press = type == QEvent::MouseButtonPress || type == QEvent::MouseButtonDblClick ||
-                       type == QEvent::TouchBegin;
-    const bool release = type == QEvent::MouseButtonRelease || type == QEvent::TouchEnd;
-    if ((!press && !release) || !m_clickRoot || !watched->isWidgetType())
-        return false;
-    auto *widget = static_cast<QWidget *>(watched);
-    QWidget *root = m_clickRoot;
-    const bool inRoot = widget == root || root->isAncestorOf(widget);
-    // A popup (a menu, a combo box's list) is a window of its own, shown over the root: the
-    // agent sees it in the screenshot, so its taps count, at their place on the root.
-    if (!inRoot && widget->window()->windowType() != Qt::Popup)
-        return false;
-
-    // An event ignored by a widget travels on to its parents (as a copy): count it once.
-    auto *input = static_cast<QPointerEvent *>(event);
-    if (input->pointCount() != 1 ||
-        (type == m_lastEventType && input->timestamp() == m_lastEventTimestamp)) {
-        return false;
-    }
-    m_lastEventType = type;
-    m_lastEventTimestamp = input->timestamp();
-
-    const QPointF local = input->point(0).position();
-    const QPointF position =
-        inRoot ? widget->mapTo(root, local) : root->mapFromGlobal(widget->mapToGlobal(local));
-    if (press) {
-        m_pressInRoot = position;
-        return false;
-    }
-    if (!m_pressInRoot)
-        return false;
-    const QPointF moved = position - *m_pressInRoot;
-    m_pressInRoot.reset();
-    if (moved.manhattanLength() <= QApplication::startDragDistance())
-        handleClick(position);
-    return false;
-}
-
-void ViewMonitor::handleClick(const QPointF &positionInRoot)
-{
-    Log::debug(u"Got click at "_s + QString::number(positionInRoot.x()) + u", "_s +
-               QString::number(positionInRoot.y()));
-    const qreal scale = m_clickRoot ? m_clickRoot->devicePixelRatioF() : 1.0;
+    Log::debug(u"Got click at "_s + QString::number(devicePixels.x()) + u", "_s +
+               QString::number(devicePixels.y()));
     if (!m_messageSender)
         qFatal("A click has no message sender to go to");
     m_messageSender->sendClick(
@@ -284,7 +215,7 @@ void ViewMonitor::handleClick(const QPointF &positionInRoot)
             if (error)
                 Log::warning(u"Cannot send click event: "_s + error->description());
         },
-        positionInRoot.x() * scale, positionInRoot.y() * scale);
+        devicePixels.x(), devicePixels.y());
 }
 
 } // namespace VistrelKit

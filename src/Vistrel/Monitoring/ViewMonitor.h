@@ -2,20 +2,18 @@
 
 #include "Config/IOSConfig.h"
 #include "Core/Error.h"
-#include "Monitoring/ScreenChangeTracker.h"
+#include "Screen/ScreenPlatform.h"
 
 #include <Vistrel/vistrel_export.h>
 
 #include <QByteArray>
-#include <QEvent>
 #include <QImage>
 #include <QObject>
-#include <QPoint>
+#include <QPointF>
 #include <QPointer>
-#include <QRect>
 #include <QSet>
 #include <QTimer>
-#include <QWidget>
+#include <QWindow>
 
 #include <memory>
 #include <optional>
@@ -25,19 +23,19 @@ namespace VistrelKit {
 class ApplicationConfigWrapper;
 class MessageSender;
 
-/// Watches the app's screen while a session runs: a screenshot of the topmost window every
-/// 0.3 s (ScreenCapture: popups composited, private views black, a third of the device pixels,
-/// JPEG at quality 40) sent when what it shows changed, the screen's name every second and
-/// whenever a stacked page is shown (sent when it changed), and every completed tap, in device
+/// Watches the app's screen (through its ScreenPlatform) while a session runs: a screenshot of
+/// the topmost window every 0.3 s (private content black, a third of the device pixels, JPEG at
+/// quality 40) sent when what it shows changed, the screen's name every second and whenever a
+/// page holder shows another page (sent when it changed), and every completed tap, in device
 /// pixels. A tick with nothing painted since the last capture does nothing, for at most
-/// ForcedCaptureTicks ticks; a change inside the focused widget's text cursor alone (its blink)
-/// is not sent.
+/// ForcedCaptureTicks ticks; a change inside the focused text cursor alone (its blink) is not
+/// sent.
 class VISTREL_AUTOTEST_EXPORT ViewMonitor : public QObject
 {
     Q_OBJECT
 public:
-    explicit ViewMonitor(ApplicationConfigWrapper *applicationConfig, QObject *parent = nullptr);
-    ~ViewMonitor() override;
+    ViewMonitor(ApplicationConfigWrapper *applicationConfig, ScreenPlatform *screen,
+                QObject *parent = nullptr);
 
     /// Starts the timers and the tap capture over the topmost window. The completion reports
     /// "Cannot get root view" when no window is shown (the screenshot timer still runs). A stop()
@@ -53,7 +51,7 @@ public:
     /// Forgetting the last screenshot makes the next tick send one whatever it shows.
     void resetLastScreenshot();
     std::optional<QString> lastView() const { return m_lastView; }
-    bool isCapturingClicks() const { return m_clickRoot != nullptr; }
+    bool isCapturingClicks() const { return m_clickWindow != nullptr; }
 
     static constexpr int ScreenshotIntervalMs = 300;
     static constexpr int ViewChangeIntervalMs = 1000;
@@ -61,33 +59,19 @@ public:
     /// change tracking stays stale for long.
     static constexpr int ForcedCaptureTicks = 10;
 
-protected:
-    bool eventFilter(QObject *watched, QEvent *event) override;
-
-private:
-    // The focused text cursor as a capture saw it: where it is (in pixels of the screenshot)
-    // and what text it is in. The same cursor over the same text is a blink.
-    struct Caret
-    {
-        const QWidget *widget = nullptr;
-        QRect rect;
-        size_t text = 0;
-        bool operator==(const Caret &) const = default;
-    };
-    static Caret caretIn(QWidget *root);
-
 private Q_SLOTS:
     // Slots, so that a benchmark can time one tick through the meta-object system.
     void screenshotTick();
     void viewChangeTick();
 
 private:
-    void capture(QWidget *root);
+    void capture(QWindow *window);
     void checkPageSoon();
-    void handleClick(const QPointF &positionInRoot);
+    void handleClick(const QPointF &devicePixels);
     qint64 startTime() const;
 
     ApplicationConfigWrapper *m_applicationConfig;
+    ScreenPlatform *m_screen;
     QPointer<MessageSender> m_messageSender;
     std::unique_ptr<QTimer> m_screenshotTimer;
     std::unique_ptr<QTimer> m_viewChangeTimer;
@@ -95,20 +79,16 @@ private:
     std::optional<QByteArray> m_lastScreenshot;
     // What the last screenshot sent showed, before encoding, and its text cursor.
     std::optional<QImage> m_lastImage;
-    Caret m_lastCaret;
-    ScreenChangeTracker m_changes;
+    ScreenPlatform::Caret m_lastCaret;
     // What the last capture was of; a change of either forces the next one.
-    QPointer<QWidget> m_capturedRoot;
+    QPointer<QWindow> m_capturedWindow;
     std::optional<IOSConfig> m_capturedConfig;
     int m_ticksSinceCapture = 0;
     bool m_pageCheckQueued = false;
     QSet<QString> m_warned;
     std::optional<QString> m_lastView;
-    // The window whose taps are captured, and the press that may become a tap.
-    QPointer<QWidget> m_clickRoot;
-    std::optional<QPointF> m_pressInRoot;
-    QEvent::Type m_lastEventType = QEvent::None;
-    quint64 m_lastEventTimestamp = 0;
+    // The window whose taps are captured.
+    QPointer<QWindow> m_clickWindow;
 };
 
 } // namespace VistrelKit

@@ -3,7 +3,7 @@
 #include "Api/OrvaneAPI.h"
 #include "Config/ApplicationConfigWrapper.h"
 #include "Core/Log.h"
-#include "Widgets/ViewUtils.h"
+#include "Screen/ScreenPlatform.h"
 
 #include <QDateTime>
 #include <QPointer>
@@ -23,11 +23,12 @@ std::string utf8(const QString &text)
 } // namespace
 
 MessageSender::MessageSender(ApplicationConfigWrapper *applicationConfig, InitSender *initSender,
-                             OrvaneAPI *orvaneAPI, QObject *parent)
+                             OrvaneAPI *orvaneAPI, ScreenPlatform *screen, QObject *parent)
     : QObject(parent)
     , m_applicationConfig(applicationConfig)
     , m_initSender(initSender)
     , m_orvaneAPI(orvaneAPI)
+    , m_screen(screen)
 {}
 
 void MessageSender::stop()
@@ -154,10 +155,10 @@ void MessageSender::dispatch(ProtoMessage report, ErrorCompletion completion)
     // The report goes out later, on the GUI thread, named after the screen shown at that moment.
     auto shared = std::make_shared<ProtoMessage>(std::move(report));
     QPointer<MessageSender> self(this);
-    ViewUtils::withTopViewController(
-        [self, shared, completion = std::move(completion)](QWidget *top) mutable {
+    m_screen->withTopWindow(
+        [self, shared, completion = std::move(completion)](QWindow *top) mutable {
             if (self)
-                self->send(ViewUtils::viewName(top), *shared, std::move(completion));
+                self->send(self->m_screen->viewName(top), *shared, std::move(completion));
         });
 }
 

@@ -15,6 +15,7 @@ namespace VistrelKit {
 class ApplicationConfigWrapper;
 class InitSender;
 class OrvaneAPI;
+class ScreenPlatform;
 
 /// The transport every report goes through. Builds the reports, stamps their time and hands
 /// each to the concrete transport's send() once the current screen's name is known.
@@ -25,7 +26,7 @@ public:
     using Callback = std::function<void()>;
 
     MessageSender(ApplicationConfigWrapper *applicationConfig, InitSender *initSender,
-                  OrvaneAPI *orvaneAPI, QObject *parent = nullptr);
+                  OrvaneAPI *orvaneAPI, ScreenPlatform *screen, QObject *parent = nullptr);
 
     /// Begins transmitting for the screen named url.
     virtual void start(const QString &url, Callback onSuccess, Callback onError) = 0;
@@ -60,6 +61,7 @@ protected:
     ApplicationConfigWrapper *m_applicationConfig;
     InitSender *m_initSender;
     OrvaneAPI *m_orvaneAPI;
+    ScreenPlatform *m_screen;
     /// The screen name given to the last start(), sent with the visit's delete.
     QString m_screenName;
 

@@ -1,23 +1,18 @@
 #include "Quick/QuickClick.h"
 
-#include "Core/Log.h"
-
 #include <QCoreApplication>
 #include <QMouseEvent>
 #include <QPointer>
 #include <QQuickWindow>
 
-using namespace Qt::StringLiterals;
-
 namespace VistrelKit {
 
-void QuickClick::tap(QQuickWindow *window, const QPoint &devicePixels)
+bool QuickClick::tap(QQuickWindow *window, const QPointF &devicePixels)
 {
-    const QPointF local = QPointF(devicePixels) / window->effectiveDevicePixelRatio();
-    if (!QRectF(QPointF(0, 0), window->size()).contains(local)) {
-        Log::warning(u"View not found"_s);
-        return;
-    }
+    const QPointF local = devicePixels / window->effectiveDevicePixelRatio();
+    // Checked first: far-off numbers make no sense as a position.
+    if (!QRectF(QPointF(0, 0), window->size()).contains(local))
+        return false;
     const QPointF global = window->mapToGlobal(local);
     QPointer<QQuickWindow> target(window);
     const struct
@@ -30,11 +25,12 @@ void QuickClick::tap(QQuickWindow *window, const QPoint &devicePixels)
     for (const auto &step : steps) {
         // A press can close the window (a dialog's button).
         if (!target)
-            return;
+            return true;
         QMouseEvent event(step.type, local, local, global, step.button, step.buttons,
                           Qt::NoModifier);
         QCoreApplication::sendEvent(target, &event);
     }
+    return true;
 }
 
 } // namespace VistrelKit

@@ -2,7 +2,7 @@
 
 #include <Vistrel/vistrel_export.h>
 
-#include <QPoint>
+#include <QPointF>
 
 class QQuickWindow;
 
@@ -14,8 +14,8 @@ class VISTREL_AUTOTEST_EXPORT QuickClick
 public:
     /// A press and a release of the left button at position (device pixels of the window),
     /// delivered to the window as a mouse would: Button, MouseArea, TapHandler and list delegates
-    /// react as to a finger. Outside the window nothing happens.
-    static void tap(QQuickWindow *window, const QPoint &devicePixels);
+    /// react as to a finger. Outside the window nothing happens, and the answer is false.
+    static bool tap(QQuickWindow *window, const QPointF &devicePixels);
 };
 
 } // namespace VistrelKit

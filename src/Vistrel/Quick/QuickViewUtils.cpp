@@ -2,6 +2,7 @@
 
 #include <QGuiApplication>
 #include <QQuickItem>
+#include <QQuickRenderControl>
 #include <QQuickWindow>
 
 #include <limits>
@@ -16,6 +17,10 @@ bool isScreenWindow(const QQuickWindow *window)
     // A window of no area shows nothing and cannot be read.
     if (!window || !window->isVisible() || window->visibility() == QWindow::Minimized ||
         window->size().isEmpty())
+        return false;
+    // A QQuickWidget renders through an offscreen window: its pixels are part of the widget
+    // window that holds it.
+    if (QQuickRenderControl::renderWindowFor(const_cast<QQuickWindow *>(window)))
         return false;
     const Qt::WindowType type = window->type();
     return type == Qt::Window || type == Qt::Dialog || type == Qt::Sheet;
@@ -122,6 +127,16 @@ QList<QQuickItem *> QuickViewUtils::shownItems(QQuickWindow *window,
     QList<QQuickItem *> found;
     collect(window->contentItem(), test, found);
     return found;
+}
+
+void QuickViewUtils::removeFromWindow(QQuickItem *item)
+{
+    if (!item)
+        return;
+    item->setVisible(false);
+    item->setParentItem(nullptr);
+    item->setParent(nullptr);
+    item->deleteLater();
 }
 
 } // namespace VistrelKit

@@ -27,6 +27,9 @@ public:
     /// An object's QML type name without the suffix the engine adds to the types it builds
     /// ("SignInPage_QMLTYPE_3" is "SignInPage"), else its C++ class name.
     static QString typeName(const QObject *object);
+    /// Takes an item the kit laid over a window off it at once (hidden, out of the scene and of
+    /// its QObject parent) and deletes it later, once the events under way are done.
+    static void removeFromWindow(QQuickItem *item);
     /// Every visible item of window that passes test, parents before children; an invisible
     /// item is left out with all it holds.
     static QList<QQuickItem *> shownItems(QQuickWindow *window,

@@ -5,20 +5,14 @@
 #include "Config/IdUtils.h"
 #include "Core/Log.h"
 #include "Core/MainQueue.h"
+#include "Screen/ScreenPlatform.h"
 #include "Session/CoBrowsing.h"
 #include "Session/Vistrel.h"
-#include "Widgets/ClickUtil.h"
-#include "Widgets/PassthroughUIImageView.h"
-#include "Widgets/ViewUtils.h"
 
 #include <QBuffer>
 #include <QDeadlineTimer>
-#include <QGraphicsOpacityEffect>
 #include <QImageReader>
-#include <QMessageBox>
-#include <QPushButton>
-#include <QWidget>
-#include <QtMath>
+#include <QWindow>
 
 using namespace Qt::StringLiterals;
 
@@ -26,12 +20,13 @@ namespace VistrelKit {
 
 BidirectionalMessageHandler::BidirectionalMessageHandler(
     ApplicationConfigWrapper *applicationConfig, UIStrings *uiStrings, Vistrel *vistrel,
-    CoBrowsing *coBrowsing, QObject *parent)
+    CoBrowsing *coBrowsing, ScreenPlatform *screen, QObject *parent)
     : QObject(parent)
     , m_applicationConfig(applicationConfig)
     , m_uiStrings(uiStrings)
     , m_vistrel(vistrel)
     , m_coBrowsing(coBrowsing)
+    , m_screen(screen)
 {
     m_workTimer.setSingleShot(true);
     connect(&m_workTimer, &QTimer::timeout, this, &BidirectionalMessageHandler::workOff);
@@ -54,10 +49,10 @@ void BidirectionalMessageHandler::workOff()
     m_working = true;
     const QDeadlineTimer slice(MainQueue::SliceMs, Qt::PreciseTimer);
     while (!m_queue.isEmpty() && !slice.hasExpired()) {
-        if (m_queue.front().click && !ViewUtils::topViewController()) {
+        if (m_queue.front().click && !m_screen->topWindow()) {
             // A tap waits for a window to land on, and the commands behind it keep their order.
             m_working = false;
-            m_workTimer.start(ViewUtils::RetryIntervalMs);
+            m_workTimer.start(ScreenPlatform::RetryIntervalMs);
             return;
         }
         carryOut(m_queue.takeFront());
@@ -75,7 +70,7 @@ void BidirectionalMessageHandler::carryOut(const BidirectionalMessage &message)
     if (message.drawing)
         showDrawing(*message.drawing);
     if (message.click) {
-        if (QWidget *top = ViewUtils::topViewController())
+        if (QWindow *top = m_screen->topWindow())
             click(top, *message.click);
     }
     if (message.stop.value_or(false))
@@ -111,81 +106,49 @@ void BidirectionalMessageHandler::reportDrops()
 
 void BidirectionalMessageHandler::showDrawing(const QByteArray &imageBytes)
 {
-    QWidget *root = ViewUtils::topViewController();
-    if (!root)
+    QWindow *window = m_screen->topWindow();
+    if (!window)
         return;
     // The header tells the size before anything is decoded: an image larger than the window
     // it covers cannot show more than one of the window's size, and may be a few bytes that
     // decode into gigabytes.
-    const QSize window = (QSizeF(root->size()) * root->devicePixelRatioF()).toSize();
+    const QSize size = (QSizeF(window->size()) * window->devicePixelRatio()).toSize();
     QBuffer buffer;
     buffer.setData(imageBytes);
     buffer.open(QIODevice::ReadOnly);
     QImageReader reader(&buffer);
-    const QSize size = reader.size();
+    const QSize imageSize = reader.size();
     QImage image;
-    if (size.isValid()) {
-        if (size.width() > window.width() || size.height() > window.height()) {
-            Log::warning(
-                u"Drawing refused: %1x%2 image is larger than the %3x%4 window"_s.arg(size.width())
-                    .arg(size.height())
-                    .arg(window.width())
-                    .arg(window.height()));
+    if (imageSize.isValid()) {
+        if (imageSize.width() > size.width() || imageSize.height() > size.height()) {
+            Log::warning(u"Drawing refused: %1x%2 image is larger than the %3x%4 window"_s
+                             .arg(imageSize.width())
+                             .arg(imageSize.height())
+                             .arg(size.width())
+                             .arg(size.height()));
             return;
         }
         image = reader.read();
     }
     // Bytes that are no image (or whose size is unknown) still give an empty overlay for the
     // same time.
-    m_drawings.removeIf([](const QPointer<PassthroughUIImageView> &view) {
-        return !view || !view->parentWidget();
-    });
+    m_drawings.removeIf([](const QPointer<QObject> &view) { return !view || !view->parent(); });
     while (m_drawings.size() >= MaxDrawings)
-        ViewUtils::removeFromWindow(m_drawings.takeFirst());
-    auto *view = new PassthroughUIImageView(image, root);
-    view->setScaledContents(true);
-    view->setGeometry(root->rect());
-    auto *opacity = new QGraphicsOpacityEffect(view);
-    opacity->setOpacity(0.5);
-    view->setGraphicsEffect(opacity);
-    view->show();
-    view->raise();
+        m_screen->removeOverlay(m_drawings.takeFirst());
+    QObject *view = m_screen->showDrawing(window, image);
+    if (!view)
+        return;
     m_drawings.append(view);
     // Each drawing keeps its own timer: drawings in quick succession stack, up to MaxDrawings.
     QTimer::singleShot(qRound(m_drawingTimeout * 1000), view,
-                       [view] { ViewUtils::removeFromWindow(view); });
+                       [screen = m_screen, view] { screen->removeOverlay(view); });
 }
 
-void BidirectionalMessageHandler::click(QWidget *controller,
-                                        const BidirectionalMessage::Click &click)
+void BidirectionalMessageHandler::click(QWindow *window, const BidirectionalMessage::Click &click)
 {
-    // Device pixels to the window's own units, through single precision as the agent's numbers
-    // travel.
-    const qreal scale = controller->devicePixelRatioF();
-    const QPointF point(qreal(float(click.x)) / scale, qreal(float(click.y)) / scale);
-    // Outside the window nothing is hit; checked first, as far-off numbers don't fit an int.
-    QWidget *hit = nullptr;
-    QPoint position;
-    if (QRectF(controller->rect()).contains(point)) {
-        // The unit that holds the device pixel: rounding would move half a unit right and down.
-        position = QPoint(qFloor(point.x()), qFloor(point.y()));
-        // A popup shown over the window is in the agent's picture: it takes the tap.
-        const QPoint global = controller->mapToGlobal(position);
-        const auto popups = ViewUtils::popupsOver(controller);
-        for (auto popup = popups.crbegin(); popup != popups.crend(); ++popup) {
-            const QPoint inPopup = (*popup)->mapFromGlobal(global);
-            if ((*popup)->windowType() == Qt::Popup && (*popup)->rect().contains(inPopup)) {
-                ClickUtil::tapPopup(*popup, inPopup);
-                return;
-            }
-        }
-        hit = ClickUtil::hitTest(controller, position);
-    }
-    if (!hit) {
+    // Through single precision, as the agent's numbers travel.
+    if (!m_screen->tap(window, QPointF(qreal(float(click.x)), qreal(float(click.y)))))
         Log::warning(u"View not found"_s);
-        return;
-    }
-    ClickUtil::click(hit, hit->mapFrom(controller, position));
 }
 
 void BidirectionalMessageHandler::stop()
@@ -196,7 +159,7 @@ void BidirectionalMessageHandler::stop()
     }
     // The agent withdrew the question: an answer now would start co-browsing nobody wants.
     if (m_optInDialog)
-        m_optInDialog->reject();
+        m_screen->withdrawOptIn(m_optInDialog);
     // Stops the screen session too.
     m_coBrowsing->stop();
 }
@@ -219,38 +182,26 @@ void BidirectionalMessageHandler::askForOptIn()
 
 void BidirectionalMessageHandler::showOptInDialog()
 {
-    QWidget *top = ViewUtils::topViewController();
+    QWindow *top = m_screen->topWindow();
     if (!top) {
         m_queue.setOptInOpen(false);
         return;
     }
-    const std::optional<QString> title = m_uiStrings->find(u"ui.mobile.confirm.title"_s);
-    const QString accept = m_uiStrings->find(u"ui.confirm.accept"_s).value_or(QString());
-    const QString decline = m_uiStrings->find(u"ui.confirm.decline"_s).value_or(QString());
-    const std::optional<QString> message = m_uiStrings->find(u"ui.mobile.confirm.message"_s);
-    auto *box = new QMessageBox(top);
-    m_optInDialog = box;
-    box->setObjectName(u"vistrelOptInDialog"_s);
-    box->setAttribute(Qt::WA_DeleteOnClose);
-    box->setIcon(QMessageBox::Question);
-    if (title) {
-        box->setWindowTitle(*title);
-        box->setText(*title);
-    }
-    if (message)
-        box->setInformativeText(*message);
-    QPushButton *acceptButton = box->addButton(accept, QMessageBox::AcceptRole);
-    QPushButton *declineButton = box->addButton(decline, QMessageBox::RejectRole);
-    box->setDefaultButton(acceptButton);
-    box->setEscapeButton(declineButton);
-    // Declining only closes the box: nothing is sent.
-    connect(acceptButton, &QPushButton::clicked, this,
-            &BidirectionalMessageHandler::startCoBrowsing);
-    // Closed either way, or gone with its window: the next question may be asked.
-    const auto closed = [this] { m_queue.setOptInOpen(false); };
-    connect(box, &QDialog::finished, this, closed);
-    connect(box, &QObject::destroyed, this, closed);
-    box->open();
+    ScreenPlatform::OptInTexts texts;
+    texts.title = m_uiStrings->find(u"ui.mobile.confirm.title"_s);
+    texts.message = m_uiStrings->find(u"ui.mobile.confirm.message"_s);
+    texts.accept = m_uiStrings->find(u"ui.confirm.accept"_s).value_or(QString());
+    texts.decline = m_uiStrings->find(u"ui.confirm.decline"_s).value_or(QString());
+    QPointer<BidirectionalMessageHandler> self(this);
+    // Closed either way, or gone with its window: the next question may be asked. Declining
+    // only closes the question: nothing is sent.
+    m_optInDialog = m_screen->askOptIn(top, texts, [self](bool accepted) {
+        if (!self)
+            return;
+        self->m_queue.setOptInOpen(false);
+        if (accepted)
+            self->startCoBrowsing();
+    });
 }
 
 void BidirectionalMessageHandler::startCoBrowsing()

@@ -10,14 +10,13 @@
 #include <QPointer>
 #include <QTimer>
 
-class QMessageBox;
-class QWidget;
+class QWindow;
 
 namespace VistrelKit {
 
 class ApplicationConfigWrapper;
 class CoBrowsing;
-class PassthroughUIImageView;
+class ScreenPlatform;
 class UIStrings;
 class Vistrel;
 
@@ -33,7 +32,7 @@ class VISTREL_AUTOTEST_EXPORT BidirectionalMessageHandler : public QObject
     Q_OBJECT
 public:
     BidirectionalMessageHandler(ApplicationConfigWrapper *applicationConfig, UIStrings *uiStrings,
-                                Vistrel *vistrel, CoBrowsing *coBrowsing,
+                                Vistrel *vistrel, CoBrowsing *coBrowsing, ScreenPlatform *screen,
                                 QObject *parent = nullptr);
 
     /// Switches to faster polling at once when the command says so, and queues the rest. Each
@@ -59,7 +58,7 @@ private:
     /// larger than the window is refused before it is decoded.
     void showDrawing(const QByteArray &imageBytes);
     /// Taps the window at a point in device pixels.
-    void click(QWidget *controller, const BidirectionalMessage::Click &click);
+    void click(QWindow *window, const BidirectionalMessage::Click &click);
     /// Ends co-browsing and the screen session.
     void stop();
     /// Asks the user whether to start co-browsing, with the service's texts (fetched first
@@ -74,6 +73,7 @@ private:
     UIStrings *m_uiStrings;
     Vistrel *m_vistrel;
     CoBrowsing *m_coBrowsing;
+    ScreenPlatform *m_screen;
 
     const double m_drawingTimeout = 5.0;
     AgentCommandQueue m_queue;
@@ -81,9 +81,9 @@ private:
     // Set while a slice runs: a tap can open a modal dialog, whose event loop runs the timer.
     bool m_working = false;
     // The open opt-in question, closed by a stop.
-    QPointer<QMessageBox> m_optInDialog;
+    QPointer<QObject> m_optInDialog;
     // The drawings on screen, oldest first.
-    QList<QPointer<PassthroughUIImageView>> m_drawings;
+    QList<QPointer<QObject>> m_drawings;
 };
 
 } // namespace VistrelKit

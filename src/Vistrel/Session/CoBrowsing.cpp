@@ -5,8 +5,8 @@
 #include "Config/ApplicationConfigWrapper.h"
 #include "Core/Log.h"
 #include "Core/MainQueue.h"
+#include "Screen/ScreenPlatform.h"
 #include "Session/Vistrel.h"
-#include "Widgets/ViewUtils.h"
 
 #include <utility>
 
@@ -16,13 +16,13 @@ namespace VistrelKit {
 
 CoBrowsing::CoBrowsing(Vistrel *vistrel, UIStrings *uiStrings,
                        ApplicationConfigWrapper *applicationConfig, Communication *communication,
-                       CoBrowseView::Factory viewFactory, QObject *parent)
+                       ScreenPlatform *screen, QObject *parent)
     : QObject(parent)
     , m_vistrel(vistrel)
     , m_uiStrings(uiStrings)
     , m_applicationConfig(applicationConfig)
     , m_communication(communication)
-    , m_viewFactory(std::move(viewFactory))
+    , m_screen(screen)
     , m_startCoBrowsingId(u"SCB"_s)
     , m_errorString(u"ui.mobile.error"_s)
     , m_connectingString(u"ui.mobile.connecting"_s)
@@ -88,12 +88,12 @@ void CoBrowsing::showAndStartVistrel(const std::optional<QString> &sessionId,
 
 Result<CoBrowseView *> CoBrowsing::showWidget(const QString &tenantId)
 {
-    QWidget *top = ViewUtils::topViewController();
+    QWindow *top = m_screen->topWindow();
     if (!top)
         return StringError(u"Cannot find view of controller"_s);
-    if (!ViewUtils::subviews(top, CoBrowseView::staticMetaObject.className()).isEmpty())
+    if (m_screen->hasCoBrowseView(top))
         return StringError(u"UI is already shown"_s);
-    CoBrowseView *view = m_viewFactory ? m_viewFactory(top) : nullptr;
+    CoBrowseView *view = m_screen->showCoBrowseView(top);
     if (!view)
         return StringError(u"Widget cannot be created"_s);
     m_view = view;
@@ -113,8 +113,8 @@ void CoBrowsing::stop()
     MainQueue::async([view] {
         if (!view)
             return;
-        // Out of the window's tree at once, so a start right after this finds no widget.
-        ViewUtils::removeFromWindow(view);
+        // Off the window at once, so a start right after this finds no panel.
+        view->remove();
     });
     m_vistrel->stop();
     m_isStarted = false;

@@ -2,7 +2,7 @@
 
 #include "Core/Error.h"
 #include "Core/Result.h"
-#include "Session/CoBrowseView.h"
+#include "Screen/CoBrowseView.h"
 
 #include <Vistrel/vistrel_export.h>
 
@@ -15,6 +15,7 @@ namespace VistrelKit {
 
 class ApplicationConfigWrapper;
 class Communication;
+class ScreenPlatform;
 class UIStrings;
 class Vistrel;
 
@@ -24,10 +25,9 @@ class VISTREL_AUTOTEST_EXPORT CoBrowsing : public QObject
 {
     Q_OBJECT
 public:
-    /// viewFactory builds the widget each start shows.
+    /// screen lays the panel each start shows over the topmost window.
     CoBrowsing(Vistrel *vistrel, UIStrings *uiStrings, ApplicationConfigWrapper *applicationConfig,
-               Communication *communication, CoBrowseView::Factory viewFactory,
-               QObject *parent = nullptr);
+               Communication *communication, ScreenPlatform *screen, QObject *parent = nullptr);
 
     /// Stops any screen session, shows the widget over the topmost window (fetching the UI
     /// texts first when they are not loaded) and starts a new session on sessionId. The
@@ -71,7 +71,7 @@ private:
     UIStrings *m_uiStrings;
     ApplicationConfigWrapper *m_applicationConfig;
     Communication *m_communication;
-    CoBrowseView::Factory m_viewFactory;
+    ScreenPlatform *m_screen;
     const QString m_startCoBrowsingId;
     const double m_startCoBrowsingPollRate = 3.0;
     const QString m_errorString;

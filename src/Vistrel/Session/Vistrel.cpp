@@ -11,7 +11,7 @@
 #include "Network/PingSender.h"
 #include "Network/WebSocket/WebSocketMessageSender.h"
 #include "Network/Xhr/XhrMessageSender.h"
-#include "Widgets/ViewUtils.h"
+#include "Screen/ScreenPlatform.h"
 
 #include <QGuiApplication>
 
@@ -24,7 +24,8 @@ namespace VistrelKit {
 
 Vistrel::Vistrel(InitSender *initSender, MessageSenderManager *messageSenderManager,
                  ViewMonitor *viewMonitor, ApplicationConfigWrapper *applicationConfig,
-                 PingSender *pingSender, HealthCheck *healthCheck, QObject *parent)
+                 PingSender *pingSender, HealthCheck *healthCheck, ScreenPlatform *screen,
+                 QObject *parent)
     : QObject(parent)
     , m_initSender(initSender)
     , m_messageSenderManager(messageSenderManager)
@@ -32,6 +33,7 @@ Vistrel::Vistrel(InitSender *initSender, MessageSenderManager *messageSenderMana
     , m_applicationConfig(applicationConfig)
     , m_pingSender(pingSender)
     , m_healthCheck(healthCheck)
+    , m_screen(screen)
 {
     XhrMessageSender *sender = m_messageSenderManager->xhrSender();
     connect(sender, &XhrMessageSender::connectionLost, this, &Vistrel::connectionLost);
@@ -102,13 +104,13 @@ void Vistrel::sessionStart(bool force, ErrorCompletion completion)
     const auto abandoned = [self, stops = m_stopCount] {
         return !self || self->m_stopCount != stops;
     };
-    ViewUtils::withTopViewController([self, abandoned, force, completion = std::move(completion)](
-                                         QWidget *controller) mutable {
+    m_screen->withTopWindow([self, abandoned, force,
+                             completion = std::move(completion)](QWindow *window) mutable {
         if (abandoned())
             return;
         Log::debug(u"Call init sender"_s);
         self->m_initSender->send(
-            ViewUtils::viewName(controller), true,
+            self->m_screen->viewName(window), true,
             [self, abandoned, force, completion](const Result<MonitoringConfigDTO> &reply) mutable {
                 if (abandoned())
                     return;
@@ -122,8 +124,8 @@ void Vistrel::sessionStart(bool force, ErrorCompletion completion)
                     return;
                 }
                 force = force || config.startMonitoringType == u"u"_s;
-                ViewUtils::withTopViewController([self, abandoned, force, config,
-                                                  completion](QWidget *current) mutable {
+                self->m_screen->withTopWindow([self, abandoned, force, config,
+                                               completion](QWindow *current) mutable {
                     if (abandoned())
                         return;
                     ApplicationConfig &app = self->m_applicationConfig->config();
@@ -132,7 +134,7 @@ void Vistrel::sessionStart(bool force, ErrorCompletion completion)
                     Q_EMIT self->chatAvailabilityChanged(config.chatActivated.value_or(false));
                     app.vistrelConfig.iosConfig = config.ios;
                     const bool monitor = config.shouldStartMonitoring;
-                    const QString name = ViewUtils::viewName(current);
+                    const QString name = self->m_screen->viewName(current);
                     const auto overHttp = [self, name, monitor, force, completion] {
                         XhrMessageSender *xhr = self->m_messageSenderManager->xhrSender();
                         xhr->start(name, nullptr, nullptr);
@@ -328,10 +330,10 @@ void Vistrel::applicationDidBecomeActive()
     visit.visitId = IdUtils::newUuid();
     visit.sessionId = IdUtils::newUuid();
     QPointer<Vistrel> self(this);
-    ViewUtils::withTopViewController([self](QWidget *controller) {
+    m_screen->withTopWindow([self](QWindow *window) {
         if (!self)
             return;
-        const QString name = ViewUtils::viewName(controller);
+        const QString name = self->m_screen->viewName(window);
         self->m_initSender->send(name, true,
                                  [self, name](const Result<MonitoringConfigDTO> &reply) {
                                      if (!self)

@@ -18,6 +18,7 @@ class HealthCheck;
 class InitSender;
 class MessageSenderManager;
 class PingSender;
+class ScreenPlatform;
 class ViewMonitor;
 
 /// The screen session: runs the init handshake, takes a transport (HTTP, or the WebSocket when
@@ -32,7 +33,8 @@ public:
 
     Vistrel(InitSender *initSender, MessageSenderManager *messageSenderManager,
             ViewMonitor *viewMonitor, ApplicationConfigWrapper *applicationConfig,
-            PingSender *pingSender, HealthCheck *healthCheck, QObject *parent = nullptr);
+            PingSender *pingSender, HealthCheck *healthCheck, ScreenPlatform *screen,
+            QObject *parent = nullptr);
 
     /// The host's start: a new visit, share id and start time, then the session start; on
     /// success the active user is sent and background handling is set up. "Vistrel is already
@@ -119,6 +121,7 @@ private:
     QPointer<MessageSender> m_messageSender;
     PingSender *m_pingSender;
     HealthCheck *m_healthCheck;
+    ScreenPlatform *m_screen;
     const double m_tagCheckInterval = 0.5;
     const double m_backgroundTimeout = 5.0;
     Callback m_startCallback = [] {};

@@ -65,7 +65,7 @@ struct Fixture : TransportFixture
         return result;
     }
 
-    Sender sender{config.get(), initSender.get(), api.get(), http.get(), parser.get()};
+    Sender sender{config.get(), initSender.get(), api.get(), http.get(), parser.get(), &platform};
     LogCapture log;
     int successes = 0;
     int errors = 0;
@@ -208,7 +208,7 @@ private Q_SLOTS:
             config.vistrelConfig.shareId = u"H"_s;
             config.vistrelConfig.storageType = u"l"_s;
         }
-        const WebSocketMessageSender sender(&wrapper, nullptr, nullptr, nullptr, nullptr);
+        const WebSocketMessageSender sender(&wrapper, nullptr, nullptr, nullptr, nullptr, nullptr);
         QCOMPARE(webSocket ? sender.buildUrl(screen) : XhrSender::buildUrl(config, screen),
                  expected);
     }

@@ -618,7 +618,8 @@ private Q_SLOTS:
         // initConfig registered the start channel: an agent starts co-browsing through it.
         QVERIFY(service.queueChannelMessage(*config().visitConfig.visitorId, u"SCB"_s, QString()));
         QTRY_COMPARE_WITH_TIMEOUT(heard, coBrowsingUp, patience);
-        QPointer<DefaultUIView> view = qobject_cast<DefaultUIView *>(resolve<CoBrowsing>()->view());
+        QPointer<DefaultUIView> view =
+            qobject_cast<DefaultUIView *>(resolve<CoBrowsing>()->view()->visual());
         QVERIFY(view && view->parentWidget() == &window);
         // "Connecting" first, then the share id of the new session.
         QTRY_COMPARE(view->shareId()->text(), Orvane::vistrel()->shareId());
@@ -627,7 +628,7 @@ private Q_SLOTS:
         QCOMPARE(log.lines(),
                  QStringList{u"[ERROR] OrvaneCoBrowsing: Error while starting CoBrowsing: "
                              u"StringError(mMsg: \"CoBrowsing is already started\")"_s});
-        QCOMPARE(resolve<CoBrowsing>()->view(), view);
+        QCOMPARE(resolve<CoBrowsing>()->view()->visual(), view.data());
 
         const auto shown = [&view] {
             return QList{view->showButton()->isVisible(), view->hideButton()->isVisible(),
@@ -661,7 +662,7 @@ private Q_SLOTS:
         QPointer<DefaultUIView> old = view;
         resolve<CoBrowsing>()->restart();
         QTRY_COMPARE_WITH_TIMEOUT(heard, coBrowsingUp + coBrowsingDown + coBrowsingUp, patience);
-        view = qobject_cast<DefaultUIView *>(resolve<CoBrowsing>()->view());
+        view = qobject_cast<DefaultUIView *>(resolve<CoBrowsing>()->view()->visual());
         QVERIFY(!old && view && view->isVisible() && currentVisit() != visit);
         QVERIFY(service.waitForVisitOpen(currentVisit()));
 

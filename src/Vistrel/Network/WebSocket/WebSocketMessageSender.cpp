@@ -30,8 +30,9 @@ QString maskedToken(const QString &url)
 WebSocketMessageSender::WebSocketMessageSender(ApplicationConfigWrapper *applicationConfig,
                                                InitSender *initSender, OrvaneAPI *orvaneAPI,
                                                HttpUtil *httpUtil,
-                                               BidirectionalMessageParser *parser, QObject *parent)
-    : MessageSender(applicationConfig, initSender, orvaneAPI, parent)
+                                               BidirectionalMessageParser *parser,
+                                               ScreenPlatform *screen, QObject *parent)
+    : MessageSender(applicationConfig, initSender, orvaneAPI, screen, parent)
     , m_urlTemplate(
           u"%1://%2/api/in/imws?tId=%3&sId=%4&vId=%5&t=%6&id=%7&shrId=%8&vsId=%9&url=%10&fsTy=%11"_s)
     , m_httpUtil(httpUtil)

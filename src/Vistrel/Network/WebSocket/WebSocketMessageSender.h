@@ -24,7 +24,8 @@ class VISTREL_AUTOTEST_EXPORT WebSocketMessageSender : public MessageSender
 public:
     WebSocketMessageSender(ApplicationConfigWrapper *applicationConfig, InitSender *initSender,
                            OrvaneAPI *orvaneAPI, HttpUtil *httpUtil,
-                           BidirectionalMessageParser *parser, QObject *parent = nullptr);
+                           BidirectionalMessageParser *parser, ScreenPlatform *screen,
+                           QObject *parent = nullptr);
     ~WebSocketMessageSender() override;
 
     /// Connects for the screen named url. The first of "opened" and "closed" calls onSuccess or

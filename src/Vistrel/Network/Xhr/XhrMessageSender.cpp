@@ -50,8 +50,9 @@ bool isPing(const ProtoMessage &report)
 
 XhrMessageSender::XhrMessageSender(ApplicationConfigWrapper *applicationConfig,
                                    InitSender *initSender, OrvaneAPI *orvaneAPI, HttpUtil *httpUtil,
-                                   BidirectionalMessageParser *parser, QObject *parent)
-    : MessageSender(applicationConfig, initSender, orvaneAPI, parent)
+                                   BidirectionalMessageParser *parser, ScreenPlatform *screen,
+                                   QObject *parent)
+    : MessageSender(applicationConfig, initSender, orvaneAPI, screen, parent)
     , m_httpUtil(httpUtil)
     , m_parser(parser)
 {

@@ -37,7 +37,7 @@ public:
 
     XhrMessageSender(ApplicationConfigWrapper *applicationConfig, InitSender *initSender,
                      OrvaneAPI *orvaneAPI, HttpUtil *httpUtil, BidirectionalMessageParser *parser,
-                     QObject *parent = nullptr);
+                     ScreenPlatform *screen, QObject *parent = nullptr);
 
     /// Opens the channel with a GET; the flush loop starts when it succeeds. The callbacks are
     /// not used by this transport.
