@@ -9,6 +9,7 @@
 #include "Core/MainQueue.h"
 #include "Widgets/ViewUtils.h"
 
+#include <QApplication>
 #include <QDateTime>
 #include <QWidget>
 
@@ -172,6 +173,11 @@ void Conference::start(ConferenceProperties properties)
 
 void Conference::open(const ConferenceView::Options &options)
 {
+    // The call is a widget (Qt WebEngine Widgets): a Qt Quick app has no window to put it on.
+    if (!qobject_cast<QApplication *>(QCoreApplication::instance())) {
+        Log::error(u"Cannot open the call: it needs a QApplication"_s);
+        return;
+    }
     QPointer<Conference> self(this);
     ViewUtils::withTopViewController([self, options](QWidget *top) {
         if (self)

@@ -7,6 +7,7 @@
 #include "WebChat/ChatView.h"
 #include "Widgets/ViewUtils.h"
 
+#include <QApplication>
 #include <QWidget>
 
 using namespace Qt::StringLiterals;
@@ -56,6 +57,11 @@ void WebChat::open(QWidget *controller, const QString &chatId)
 
 void WebChat::openOnTopWindow(const QString &chatId)
 {
+    // The chat is a widget (Qt WebEngine Widgets): a Qt Quick app has no window to put it on.
+    if (!qobject_cast<QApplication *>(QCoreApplication::instance())) {
+        Log::error(u"Cannot open the web chat: it needs a QApplication"_s);
+        return;
+    }
     QPointer<WebChat> self(this);
     ViewUtils::withTopViewController([self, chatId](QWidget *controller) {
         if (self)
