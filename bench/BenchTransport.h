@@ -7,17 +7,21 @@
 #include "Config/ApplicationConfigWrapper.h"
 #include "Network/Bidirectional/BidirectionalMessageParser.h"
 #include "Network/Xhr/XhrMessageSender.h"
+#include "Platform/QuickScreen.h"
+#include "Platform/Screens.h"
 #include "Platform/WidgetScreen.h"
 
 #include <QTest>
 
 #include <cstdio>
 
-/// The kit's real HTTP transport on a fresh visit of the bench's local service.
+/// The kit's real HTTP transport on a fresh visit of the bench's local service, on the screen the
+/// kit really uses: widgets and Qt Quick side by side.
 struct BenchTransport
 {
     explicit BenchTransport(BenchService *bench)
-        : http(&wrapper)
+        : platform(new VistrelKit::WidgetScreen, new VistrelKit::QuickScreen)
+        , http(&wrapper)
         , api(&http, &bench->host)
         , initSender(&wrapper, &api)
         , sender(&wrapper, &initSender, &api, &http, &parser, &platform)
@@ -42,7 +46,7 @@ struct BenchTransport
     QString visitId() const { return *wrapper.config().visitConfig.visitId; }
 
     VistrelKit::ApplicationConfigWrapper wrapper;
-    VistrelKit::WidgetScreen platform;
+    VistrelKit::Screens platform;
     VistrelKit::HttpUtil http;
     VistrelKit::OrvaneAPI api;
     VistrelKit::InitSender initSender;

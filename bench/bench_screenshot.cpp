@@ -16,18 +16,29 @@
 //
 // Also printed: the kit's stages, and the PSNR of its third-size image against the smooth
 // scaler's of the same frame (both without masking), so that the cheaper filter's quality shows.
+//
+// Beside the widgets at 1280×800, the same tick for a Qt Quick window of that many device pixels
+// in the same process: a form of text fields (two private by tag), a list and buttons, built from
+// inline QML. Its changed tick follows a frame the window rendered for a text field's new text,
+// and times what the monitor does then: the capture through the kit's screen (grabWindow() at a
+// third, private items black), the comparison, the JPEG. Its unchanged tick is timed on a running
+// monitor as the widgets' is; the monitor, the transport and both windows share one screen, the
+// composite of the widgets and the Qt Quick ones that the kit builds. There was no baseline: the
+// view monitor saw widget windows only.
 #include "BenchTransport.h"
 
 #include "Config/IOSConfig.h"
 #include "Monitoring/PrivacyUtils.h"
 #include "Monitoring/ScreenCapture.h"
 #include "Monitoring/ViewMonitor.h"
+#include "Quick/QuickPrivacy.h"
 
 #include <QApplication>
 #include <QBuffer>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QFormLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
@@ -36,11 +47,18 @@
 #include <QListWidget>
 #include <QPainter>
 #include <QPushButton>
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QSGRendererInterface>
 #include <QStandardItemModel>
 #include <QTableView>
 #include <QTest>
+#include <QTimer>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <memory>
@@ -58,6 +76,9 @@ constexpr int PrivateViews = 2;
 constexpr int FirstTag = 100;
 constexpr double ChangedTargetMs = 1.0;
 constexpr double UnchangedTargetMs = 0.01;
+// The size the two kinds of window are set side by side at.
+constexpr QSize SideBySide(1280, 800);
+constexpr int FrameTimeoutMs = 2000;
 
 // A form, a list and a table: what an ordinary business screen holds.
 std::unique_ptr<QWidget> makeWindow(QSize size)
@@ -96,6 +117,156 @@ std::unique_ptr<QWidget> makeWindow(QSize size)
     window->show();
     return window;
 }
+
+// The same kind of screen in QML: a form whose first PrivateViews fields are private by tag, a
+// list, buttons.
+QByteArray qmlForm()
+{
+    return uR"(
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Layouts
+
+ApplicationWindow {
+    title: "Customer"
+    RowLayout {
+        anchors.fill: parent
+        anchors.margins: 12
+        spacing: 12
+        GroupBox {
+            title: "Customer"
+            Layout.preferredWidth: 360
+            Layout.alignment: Qt.AlignTop
+            ColumnLayout {
+                anchors.fill: parent
+                Repeater {
+                    model: 8
+                    RowLayout {
+                        Label { text: "Field " + index; Layout.preferredWidth: 70 }
+                        TextField {
+                            objectName: "field" + index
+                            property int vistrelTag: index < %1 ? %2 + index : 0
+                            Layout.fillWidth: true
+                            text: "Value " + index
+                        }
+                    }
+                }
+                CheckBox { text: "Subscribe" }
+                ComboBox { model: ["One", "Two"] }
+                RowLayout {
+                    Button { text: "Save" }
+                    Button { text: "Cancel" }
+                }
+            }
+        }
+        ListView {
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+            clip: true
+            model: 40
+            delegate: ItemDelegate {
+                width: ListView.view.width
+                text: "Order #" + (1000 + index) + " — shipped"
+            }
+        }
+    }
+}
+)"_s.arg(PrivateViews)
+        .arg(FirstTag)
+        .toUtf8();
+}
+
+// Through the visual tree: a Repeater's delegates are not QObject children of the window.
+QQuickItem *findItem(QQuickItem *item, const QString &name)
+{
+    if (item->objectName() == name)
+        return item;
+    const auto children = item->childItems();
+    for (QQuickItem *child : children) {
+        if (QQuickItem *found = findItem(child, name))
+            return found;
+    }
+    return nullptr;
+}
+
+// The items of the visual tree from item down, hidden ones included.
+int itemCount(const QQuickItem *item)
+{
+    int count = 1;
+    const auto children = item->childItems();
+    for (const QQuickItem *child : children)
+        count += itemCount(child);
+    return count;
+}
+
+const char *apiName(QSGRendererInterface::GraphicsApi api)
+{
+    switch (api) {
+    case QSGRendererInterface::Software:
+        return "software";
+    case QSGRendererInterface::OpenGL:
+        return "OpenGL (RHI)";
+    case QSGRendererInterface::Vulkan:
+        return "Vulkan (RHI)";
+    case QSGRendererInterface::Null:
+        return "null (RHI)";
+    default:
+        return "other";
+    }
+}
+
+// The QML window, shown, and the frames its scene graph swapped.
+class QmlWindow
+{
+public:
+    bool show(QSize deviceSize)
+    {
+        QQmlComponent component(&m_engine);
+        component.setData(qmlForm(), QUrl());
+        m_root.reset(component.create());
+        m_window = qobject_cast<QQuickWindow *>(m_root.get());
+        if (!m_window) {
+            std::fprintf(stderr, "cannot build the QML window: %s\n",
+                         qPrintable(component.errorString()));
+            return false;
+        }
+        // Counted where the frame is swapped, the render thread where the render loop has one.
+        QObject::connect(
+            m_window, &QQuickWindow::frameSwapped, m_window, [this] { ++m_frames; },
+            Qt::DirectConnection);
+        m_window->resize((QSizeF(deviceSize) / m_window->devicePixelRatio()).toSize());
+        m_window->show();
+        m_window->requestActivate();
+        if (!QTest::qWaitForWindowActive(m_window) || (m_frames == 0 && !waitForFrame())) {
+            std::fprintf(stderr, "the QML window never became active and rendered\n");
+            return false;
+        }
+        return true;
+    }
+
+    QQuickWindow *window() const { return m_window; }
+
+    // Runs the event loop until the window swaps a frame; false after FrameTimeoutMs.
+    bool waitForFrame()
+    {
+        const int before = m_frames;
+        QEventLoop loop;
+        const auto swapped =
+            QObject::connect(m_window, &QQuickWindow::frameSwapped, &loop, &QEventLoop::quit);
+        QTimer::singleShot(FrameTimeoutMs, &loop, &QEventLoop::quit);
+        if (m_frames == before)
+            loop.exec();
+        QObject::disconnect(swapped);
+        return m_frames != before;
+    }
+
+private:
+    QQmlEngine m_engine;
+    // Before the engine that built it.
+    std::unique_ptr<QObject> m_root;
+    QQuickWindow *m_window = nullptr;
+    std::atomic<int> m_frames = 0;
+};
 
 // Today's pipeline, as the view monitor ran it at every tick.
 namespace Today {
@@ -146,6 +317,16 @@ double medianMs(const std::vector<qint64> &samples)
     return medianNs(samples) / 1e6;
 }
 
+// The sample that a share q of them do not exceed.
+double percentileMs(std::vector<qint64> samples, double q)
+{
+    if (samples.empty())
+        return 0;
+    std::sort(samples.begin(), samples.end());
+    const auto index = size_t(std::ceil(q * double(samples.size()))) - 1;
+    return double(samples[std::min(index, samples.size() - 1)]) / 1e6;
+}
+
 // Over the three colour channels, 8 bits each.
 double psnr(const QImage &a, const QImage &b)
 {
@@ -187,21 +368,29 @@ protected:
     }
 };
 
-// The kit's HTTP transport against the local service, wired as the session wires it.
+// The ticks of a running monitor while its window shows the same.
+struct Unchanged
+{
+    double ns = 0;
+    int ticks = 0;
+    int forced = 0;
+    int paints = 0;
+    // Frames a Qt Quick window swapped meanwhile; -1 for a widget window.
+    int frames = -1;
+    qsizetype screenshots = 0;
+};
+
 struct Figures
 {
     // Changed ticks.
     double todayChanged = 0;
     double kitChanged = 0;
+    double kitChangedP90 = 0;
     int todaySawChange = 0;
     int kitSawChange = 0;
     // Unchanged ticks.
     double todayUnchanged = 0;
-    double kitUnchangedNs = 0;
-    int kitUnchangedTicks = 0;
-    int forcedTicks = 0;
-    int paintsMeanwhile = 0;
-    qsizetype screenshotsMeanwhile = 0;
+    Unchanged kitUnchanged;
     // The kit's stages (ms).
     double read = 0;
     double scale = 0;
@@ -219,6 +408,31 @@ struct Figures
     double psnrSameGrid = 0;
     qsizetype kitJpegBytes = 0;
     qsizetype todayJpegBytes = 0;
+};
+
+struct QmlFigures
+{
+    QSize deviceSize;
+    const char *graphicsApi = "";
+    QString backend;
+    // Changed ticks.
+    double changed = 0;
+    double changedP90 = 0;
+    int sawChange = 0;
+    // Their stages (ms).
+    double grab = 0;
+    double scale = 0;
+    double find = 0;
+    double capture = 0;
+    double compare = 0;
+    double encode = 0;
+    qsizetype jpegBytes = 0;
+    QImage::Format pixelFormat = QImage::Format_Invalid;
+    int privateRects = 0;
+    int items = 0;
+    // The private fields all black in the last capture, of PrivateViews.
+    int privateBlack = 0;
+    Unchanged unchanged;
 };
 
 class Bench
@@ -261,12 +475,126 @@ public:
         figures.psnr = psnr(third, Today::scale(frame));
         figures.psnrSameGrid =
             psnr(third, Today::scale(frame.copy(0, 0, 3 * third.width(), 3 * third.height())));
-        if (!kitUnchangedTicks(figures))
+        if (!kitUnchangedTicks(window->windowHandle(), figures.kitUnchanged))
+            return std::nullopt;
+        return figures;
+    }
+
+    std::optional<QmlFigures> measure(QmlWindow *qml)
+    {
+        QQuickWindow *window = qml->window();
+        QmlFigures figures;
+        figures.deviceSize = (QSizeF(window->size()) * window->devicePixelRatio()).toSize();
+        figures.graphicsApi = apiName(window->rendererInterface()->graphicsApi());
+        figures.backend = QQuickWindow::sceneGraphBackend();
+        QQuickItem *field = findItem(window->contentItem(), u"field%1"_s.arg(PrivateViews));
+        if (!field) {
+            std::fprintf(stderr, "the QML form has no field%d\n", PrivateViews);
+            return std::nullopt;
+        }
+        // No text cursor blinking: an idle window renders no frame.
+        if (QQuickItem *focus = window->activeFocusItem();
+            focus && (focus->flags() & QQuickItem::ItemAcceptsInputMethod))
+            window->contentItem()->forceActiveFocus();
+        const auto change = [&](int tick) {
+            field->setProperty("text", u"Changed %1"_s.arg(tick));
+            return qml->waitForFrame();
+        };
+
+        std::vector<qint64> capture, compare, encode, total;
+        QImage last;
+        for (int tick = 0; tick < WarmUpTicks + Ticks; ++tick) {
+            if (!change(tick)) {
+                std::fprintf(stderr, "the QML window rendered no frame for a change\n");
+                return std::nullopt;
+            }
+            QElapsedTimer timer;
+            timer.start();
+            const QImage shot = m_transport->platform.capture(window, m_config, &m_warned);
+            const qint64 t1 = timer.nsecsElapsed();
+            const bool differs = ScreenCapture::differsOutside(last, shot, QRect());
+            const qint64 t2 = timer.nsecsElapsed();
+            const QByteArray bytes = ScreenCapture::encodeJpeg(shot);
+            const qint64 t3 = timer.nsecsElapsed();
+            last = shot;
+            if (tick < WarmUpTicks)
+                continue;
+            figures.jpegBytes = bytes.size();
+            figures.sawChange += differs;
+            capture.push_back(t1);
+            compare.push_back(t2 - t1);
+            encode.push_back(t3 - t2);
+            total.push_back(t3);
+        }
+        figures.changed = medianMs(total);
+        figures.changedP90 = percentileMs(total, 0.9);
+        figures.capture = medianMs(capture);
+        figures.compare = medianMs(compare);
+        figures.encode = medianMs(encode);
+        figures.privateBlack = privateFieldsBlack(window, last);
+
+        // Reading, scaling and finding the private items on their own; the rest of the capture
+        // paints them black.
+        std::vector<qint64> grab, scale, find;
+        for (int tick = 0; tick < WarmUpTicks + Ticks; ++tick) {
+            if (!change(tick)) {
+                std::fprintf(stderr, "the QML window rendered no frame for a change\n");
+                return std::nullopt;
+            }
+            QElapsedTimer timer;
+            timer.start();
+            const QImage pixels = window->grabWindow();
+            const qint64 t1 = timer.nsecsElapsed();
+            const QImage third = ScreenCapture::scaleToThird(pixels);
+            const qint64 t2 = timer.nsecsElapsed();
+            const QList<QRectF> rects = QuickPrivacy::privateRects(window, m_config, &m_warned);
+            const qint64 t3 = timer.nsecsElapsed();
+            Q_UNUSED(third);
+            if (tick < WarmUpTicks)
+                continue;
+            figures.pixelFormat = pixels.format();
+            figures.privateRects = int(rects.size());
+            grab.push_back(t1);
+            scale.push_back(t2 - t1);
+            find.push_back(t3 - t2);
+        }
+        figures.grab = medianMs(grab);
+        figures.scale = medianMs(scale);
+        figures.find = medianMs(find);
+        figures.items = itemCount(window->contentItem());
+
+        if (!kitUnchangedTicks(window, figures.unchanged))
             return std::nullopt;
         return figures;
     }
 
 private:
+    // The private fields whose every pixel in the screenshot is black; the pixels at their edges,
+    // shared with their neighbours, left out.
+    static int privateFieldsBlack(QQuickWindow *window, const QImage &shot)
+    {
+        const QImage image = shot.convertToFormat(QImage::Format_RGB32);
+        int black = 0;
+        for (int i = 0; i < PrivateViews; ++i) {
+            const QQuickItem *field = findItem(window->contentItem(), u"field%1"_s.arg(i));
+            if (!field)
+                continue;
+            const QRect rect =
+                ScreenCapture::toThird(window->effectiveDevicePixelRatio(),
+                                       field->mapRectToScene(QRectF(QPointF(), field->size())))
+                    .adjusted(1, 1, -1, -1) &
+                image.rect();
+            bool all = !rect.isEmpty();
+            for (int y = rect.top(); all && y <= rect.bottom(); ++y) {
+                const auto *row = reinterpret_cast<const QRgb *>(image.constScanLine(y));
+                for (int x = rect.left(); all && x <= rect.right(); ++x)
+                    all = (row[x] & 0xffffffu) == 0;
+            }
+            black += all;
+        }
+        return black;
+    }
+
     void change(int tick)
     {
         m_edit->setText(u"Changed %1"_s.arg(tick));
@@ -345,6 +673,7 @@ private:
             total.push_back(t3);
         }
         figures.kitChanged = medianMs(total);
+        figures.kitChangedP90 = percentileMs(total, 0.9);
         figures.capture = medianMs(capture);
         figures.compare = medianMs(compare);
         figures.encode = medianMs(encode);
@@ -383,9 +712,13 @@ private:
         return count;
     }
 
-    // On a started monitor whose first capture reached the service.
-    bool kitUnchangedTicks(Figures &figures)
+    // On a started monitor whose first capture, of window, reached the service.
+    bool kitUnchangedTicks(QWindow *window, Unchanged &figures)
     {
+        if (m_transport->platform.topWindow() != window) {
+            std::fprintf(stderr, "the kit's screen does not take the measured window as the top\n");
+            return false;
+        }
         ViewMonitor monitor(&m_transport->wrapper, &m_transport->platform);
         const qsizetype before = screenshotsAtService();
         auto started = std::make_shared<std::optional<bool>>();
@@ -407,6 +740,14 @@ private:
 
         EventCounter counter;
         qApp->installEventFilter(&counter);
+        std::atomic<int> frames = 0;
+        QMetaObject::Connection counting;
+        if (auto *quick = qobject_cast<QQuickWindow *>(window)) {
+            figures.frames = 0;
+            counting = QObject::connect(
+                quick, &QQuickWindow::frameSwapped, quick, [&frames] { ++frames; },
+                Qt::DirectConnection);
+        }
         std::vector<qint64> ticks;
         for (int tick = 0; tick < WarmUpTicks + UnchangedTicks; ++tick) {
             counter.queuedCalls = 0;
@@ -423,7 +764,7 @@ private:
             // at once: its capture runs now, untimed, and it is counted apart.
             QCoreApplication::sendPostedEvents(qApp, QEvent::MetaCall);
             if (counter.queuedCalls > 0) {
-                ++figures.forcedTicks;
+                ++figures.forced;
                 continue;
             }
             if (tick >= WarmUpTicks)
@@ -436,13 +777,16 @@ private:
         QTest::qWait(2 * ViewMonitor::ScreenshotIntervalMs);
         m_service->waitFor([&] { return m_transport->sender.queueSize() == 0; }, 5000);
         qApp->removeEventFilter(&counter);
+        QObject::disconnect(counting);
         monitor.stop();
         QApplication::processEvents();
 
-        figures.kitUnchangedNs = medianNs(ticks);
-        figures.kitUnchangedTicks = int(ticks.size());
-        figures.paintsMeanwhile = counter.paints;
-        figures.screenshotsMeanwhile = screenshotsAtService() - screenshots;
+        figures.ns = medianNs(ticks);
+        figures.ticks = int(ticks.size());
+        figures.paints = counter.paints;
+        if (figures.frames >= 0)
+            figures.frames = frames;
+        figures.screenshots = screenshotsAtService() - screenshots;
         return true;
     }
 
@@ -464,14 +808,63 @@ void printRows(QSize size, const Figures &f)
                 targetSize ? (f.kitChanged <= ChangedTargetMs ? "met " : "MISS") : "    ",
                 f.backingStore ? "backing store" : "RENDERED", f.todaySawChange, Ticks,
                 f.kitSawChange, Ticks, f.psnr, f.psnrSameGrid);
-    const double unchangedMs = f.kitUnchangedNs / 1e6;
+    const Unchanged &u = f.kitUnchanged;
+    const double unchangedMs = u.ns / 1e6;
     std::printf("%-10s %-10s %10.2f %10.4f %9.0fx  %-13s  %s  %.2f us over %d ticks (%d forced "
                 "left out); paints %d, screenshots sent %lld\n",
                 name.constData(), "unchanged", f.todayUnchanged, unchangedMs,
                 f.todayUnchanged / unchangedMs, "<= 0.01 ms",
-                unchangedMs <= UnchangedTargetMs ? "met " : "MISS", f.kitUnchangedNs / 1e3,
-                f.kitUnchangedTicks, f.forcedTicks, f.paintsMeanwhile,
-                static_cast<long long>(f.screenshotsMeanwhile));
+                unchangedMs <= UnchangedTargetMs ? "met " : "MISS", u.ns / 1e3, u.ticks, u.forced,
+                u.paints, static_cast<long long>(u.screenshots));
+}
+
+const char *verdict(bool met)
+{
+    return met ? "met " : "MISS";
+}
+
+// The two kinds of window at one size: today's changed tick where there was one, the kit's
+// changed tick (median, p90) and unchanged tick (median), against the widgets' targets.
+void printSideBySide(const Figures &widgets, const QmlFigures &qml)
+{
+    const auto name = [](const char *kind, QSize size) {
+        return u"%1 %2x%3"_s.arg(QLatin1StringView(kind))
+            .arg(size.width())
+            .arg(size.height())
+            .toLatin1();
+    };
+    const auto unchangedNotes = [](const Unchanged &u) -> QString {
+        QString notes = u"unchanged over %1 ticks (%2 forced left out), paints %3"_s.arg(u.ticks)
+                            .arg(u.forced)
+                            .arg(u.paints);
+        if (u.frames >= 0)
+            notes += u", frames swapped %1"_s.arg(u.frames);
+        return notes + u", screenshots sent %1"_s.arg(u.screenshots);
+    };
+    std::printf("%-18s %9s %9s %9s %13s  %-22s  %s\n", "window", "today ms", "kit ms", "p90 ms",
+                "unchanged us", "target (changed/unch.)", "notes");
+    const Unchanged &w = widgets.kitUnchanged;
+    std::printf("%-18s %9.2f %9.3f %9.3f %13.2f  %-12s %4s %4s  changes seen %d/%d; %s\n",
+                name("widgets", SideBySide).constData(), widgets.todayChanged, widgets.kitChanged,
+                widgets.kitChangedP90, w.ns / 1e3, "1 ms/10 us",
+                verdict(widgets.kitChanged <= ChangedTargetMs),
+                verdict(w.ns / 1e6 <= UnchangedTargetMs), widgets.kitSawChange, Ticks,
+                qPrintable(unchangedNotes(w)));
+    const Unchanged &q = qml.unchanged;
+    std::printf("%-18s %9s %9.3f %9.3f %13.2f  %-12s %4s %4s  changes seen %d/%d; %s; private "
+                "fields black %d/%d\n",
+                name("QML", qml.deviceSize).constData(), "-", qml.changed, qml.changedP90,
+                q.ns / 1e3, "1 ms/10 us", verdict(qml.changed <= ChangedTargetMs),
+                verdict(q.ns / 1e6 <= UnchangedTargetMs), qml.sawChange, Ticks,
+                qPrintable(unchangedNotes(q)), qml.privateBlack, PrivateViews);
+    const auto size = name("QML", qml.deviceSize);
+    std::printf("%-18s kit:   grabWindow %6.3f  scale %6.3f  find private %6.3f  paint black "
+                "%6.3f  compare %6.3f  encode %6.3f  (ms; %lld B JPEG; pixels in QImage format "
+                "%d; %d private rectangles among %d items)\n",
+                size.constData(), qml.grab, qml.scale, qml.find,
+                std::max(0.0, qml.capture - qml.grab - qml.scale - qml.find), qml.compare,
+                qml.encode, static_cast<long long>(qml.jpegBytes), int(qml.pixelFormat),
+                qml.privateRects, qml.items);
 }
 
 void printStages(QSize size, const Figures &f)
@@ -502,7 +895,7 @@ int main(int argc, char *argv[])
     if (!transport.open())
         return 1;
 
-    const QList<QSize> sizes{QSize(800, 600), QSize(1280, 800), QSize(1920, 1080)};
+    const QList<QSize> sizes{QSize(800, 600), SideBySide, QSize(1920, 1080)};
     QList<Figures> results;
     Bench runner(&bench, &transport);
     for (const QSize size : sizes) {
@@ -511,6 +904,13 @@ int main(int argc, char *argv[])
             return 1;
         results.append(*figures);
     }
+    // Once the widget windows are gone, so that the kit's screen takes the QML one as the top.
+    QmlWindow qml;
+    if (!qml.show(SideBySide))
+        return 1;
+    const auto qmlFigures = runner.measure(&qml);
+    if (!qmlFigures)
+        return 1;
 
     std::printf("Screenshot tick, main thread, median of %d ticks after %d of warm-up (%d for the "
                 "kit's unchanged tick); %d private views\n",
@@ -522,6 +922,15 @@ int main(int argc, char *argv[])
     std::printf("\nStages (median ms)\n");
     for (qsizetype i = 0; i < sizes.size(); ++i)
         printStages(sizes[i], results[i]);
+
+    std::printf("\nWidgets and QML at %dx%d device pixels, on the kit's screen of both kinds "
+                "(Screens: WidgetScreen + QuickScreen); median of %d changed ticks, p90, median "
+                "of the unchanged ones; QML on \"%s\", scene graph: %s (backend \"%s\"); no "
+                "baseline for QML: today's monitor saw widget windows only\n",
+                SideBySide.width(), SideBySide.height(), Ticks,
+                qPrintable(QGuiApplication::platformName()), qmlFigures->graphicsApi,
+                qPrintable(qmlFigures->backend));
+    printSideBySide(results[sizes.indexOf(SideBySide)], *qmlFigures);
     transport.sender.stop();
     return 0;
 }
