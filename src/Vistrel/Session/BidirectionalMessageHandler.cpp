@@ -30,6 +30,14 @@ BidirectionalMessageHandler::BidirectionalMessageHandler(
 {
     m_workTimer.setSingleShot(true);
     connect(&m_workTimer, &QTimer::timeout, this, &BidirectionalMessageHandler::workOff);
+    // The question belongs to the session that asked it: however that session stops (the host,
+    // the agent, the background), an answer after it would start co-browsing nobody asked for.
+    if (vistrel) {
+        connect(vistrel, &Vistrel::stopped, this, [this] {
+            if (m_optInDialog)
+                m_screen->withdrawOptIn(m_optInDialog);
+        });
+    }
 }
 
 void BidirectionalMessageHandler::handle(const BidirectionalMessage &message)
@@ -157,10 +165,7 @@ void BidirectionalMessageHandler::stop()
         Log::warning(u"Cannot resolve vistrel or cobrowsing to stop"_s);
         return;
     }
-    // The agent withdrew the question: an answer now would start co-browsing nobody wants.
-    if (m_optInDialog)
-        m_screen->withdrawOptIn(m_optInDialog);
-    // Stops the screen session too.
+    // Stops the screen session too, which withdraws an open question.
     m_coBrowsing->stop();
 }
 

@@ -17,12 +17,14 @@ WidgetTapWatcher::~WidgetTapWatcher()
 
 void WidgetTapWatcher::watch(QWidget *window)
 {
-    // Taps are seen on their way to the app's widgets, popups included.
-    qApp->removeEventFilter(this);
+    // Taps are seen on their way to the app's widgets, popups included. Not qApp: a Qt Quick
+    // app has no QApplication, and its stop comes here too.
+    QCoreApplication *app = QCoreApplication::instance();
+    app->removeEventFilter(this);
     m_root = window;
     m_pressInRoot.reset();
     if (window)
-        qApp->installEventFilter(this);
+        app->installEventFilter(this);
 }
 
 bool WidgetTapWatcher::eventFilter(QObject *watched, QEvent *event)

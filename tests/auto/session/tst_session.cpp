@@ -347,8 +347,9 @@ private Q_SLOTS:
         QTest::addColumn<int>("fetches");
         QTest::newRow("accept, texts not loaded") << u"Allow"_s << 1;
         QTest::newRow("decline, texts loaded") << u"Decline"_s << 0;
-        // A question the agent withdrew must not stay up to start co-browsing later.
-        QTest::newRow("the agent stops first") << QString() << 0;
+        // A question whose session stopped must not stay up to start co-browsing later.
+        QTest::newRow("the agent stops first") << u"agent stop"_s << 0;
+        QTest::newRow("the host stops first") << u"host stop"_s << 0;
     }
     void optIn()
     {
@@ -369,8 +370,11 @@ private Q_SLOTS:
         QCOMPARE(box->text(), u"Share your screen?"_s);
         QCOMPARE(box->informativeText(), u"An agent asks to see your screen to help you."_s);
         QCOMPARE(service.requests(u"/api/in/i18n"_s).size(), fetches);
-        if (answer.isEmpty()) {
-            QVERIFY(service.queueCommand(visit, R"({"a": "c"})"_ba));
+        if (answer.endsWith(u" stop"_s)) {
+            if (answer == u"agent stop"_s)
+                QVERIFY(service.queueCommand(visit, R"({"a": "c"})"_ba));
+            else
+                Orvane::vistrel()->stop();
             QTRY_VERIFY(!optInDialog());
             QTRY_VERIFY(!running());
             QTest::qWait(300);
