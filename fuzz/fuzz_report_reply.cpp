@@ -15,7 +15,9 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
     FuzzEnvironment::silenceLog();
     FuzzEnvironment::application();
     const FuzzEnvironment::TransportParts parts = FuzzEnvironment::transportParts();
-    sender = new XhrMessageSender(parts.config, nullptr, nullptr, parts.http, parts.parser);
+    // Replies ask nothing of the screen.
+    sender =
+        new XhrMessageSender(parts.config, nullptr, nullptr, parts.http, parts.parser, nullptr);
     return 0;
 }
 

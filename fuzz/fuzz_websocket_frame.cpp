@@ -17,7 +17,9 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***)
     FuzzEnvironment::silenceLog();
     FuzzEnvironment::application();
     const FuzzEnvironment::TransportParts parts = FuzzEnvironment::transportParts();
-    sender = new WebSocketMessageSender(parts.config, nullptr, nullptr, parts.http, parts.parser);
+    // Frames ask nothing of the screen.
+    sender = new WebSocketMessageSender(parts.config, nullptr, nullptr, parts.http, parts.parser,
+                                        nullptr);
     return 0;
 }
 
