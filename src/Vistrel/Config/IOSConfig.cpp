@@ -1,5 +1,7 @@
 #include "Config/IOSConfig.h"
 
+#include "Core/Log.h"
+
 using namespace Qt::StringLiterals;
 
 namespace VistrelKit {
@@ -19,6 +21,15 @@ std::optional<QStringList> stringList(const Json &object, const char *key)
     }
     return list;
 }
+
+void warnOnce(QSet<QString> *warned, const QString &key, const QString &message,
+              std::source_location where)
+{
+    if (warned->contains(key))
+        return;
+    warned->insert(key);
+    Log::log(u"WARNING"_s, message, where);
+}
 } // namespace
 
 Result<IOSConfig> IOSConfig::fromJson(const Json &object)
@@ -35,6 +46,33 @@ Result<IOSConfig> IOSConfig::fromJson(const Json &object)
         *target = std::move(*list);
     }
     return config;
+}
+
+QSet<int> IOSConfig::tags(QSet<QString> *warned, std::source_location where) const
+{
+    QSet<int> found;
+    for (const QString &entry : blacklist) {
+        bool ok = false;
+        const int tag = entry.toInt(&ok, 10);
+        if (ok)
+            found.insert(tag);
+        else
+            warnOnce(warned, u"tag "_s + entry, u"Cannot convert tag to integer"_s, where);
+    }
+    return found;
+}
+
+QStringList IOSConfig::classes() const
+{
+    QStringList unique = blacklistClasses;
+    unique.removeDuplicates();
+    return unique;
+}
+
+void IOSConfig::warnUnknownClass(const QString &className, QSet<QString> *warned,
+                                 std::source_location where)
+{
+    warnOnce(warned, u"class "_s + className, u"Cannot convert class name to class"_s, where);
 }
 
 } // namespace VistrelKit

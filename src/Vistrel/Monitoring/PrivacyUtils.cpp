@@ -1,7 +1,6 @@
 #include "Monitoring/PrivacyUtils.h"
 
 #include "Config/IOSConfig.h"
-#include "Core/Log.h"
 #include "Widgets/ViewUtils.h"
 
 #include <QApplication>
@@ -27,15 +26,6 @@ QRectF trueRect(QWidget *view, QWidget *root)
 {
     return QRectF(mapToRoot(view, root, QPoint(0, 0)), view->size());
 }
-
-// Logs a bad entry of the service's lists once: the lists are read at every capture.
-void warnOnce(QSet<QString> *warned, const QString &key, const QString &message)
-{
-    if (warned->contains(key))
-        return;
-    warned->insert(key);
-    Log::warning(message);
-}
 } // namespace
 
 QList<QRectF> PrivacyUtils::privateRects(QWidget *root, const std::optional<IOSConfig> &config,
@@ -43,15 +33,7 @@ QList<QRectF> PrivacyUtils::privateRects(QWidget *root, const std::optional<IOSC
 {
     QList<QRectF> rects;
     if (config) {
-        QSet<int> tags;
-        for (const QString &entry : config->blacklist) {
-            bool ok = false;
-            const int tag = entry.toInt(&ok, 10);
-            if (ok)
-                tags.insert(tag);
-            else
-                warnOnce(warned, u"tag "_s + entry, u"Cannot convert tag to integer"_s);
-        }
+        const QSet<int> tags = config->tags(warned);
         // One walk for all tags, and every widget that carries one: a tag is often reused, say
         // by the password fields of two pages of one stack.
         if (!tags.isEmpty()) {
@@ -63,16 +45,13 @@ QList<QRectF> PrivacyUtils::privateRects(QWidget *root, const std::optional<IOSC
             for (QWidget *view : tagged)
                 addServiceRects(view, root, rects);
         }
-        QSet<QString> classesDone;
-        for (const QString &className : config->blacklistClasses) {
-            if (classesDone.contains(className))
-                continue;
-            classesDone.insert(className);
+        const QStringList classes = config->classes();
+        for (const QString &className : classes) {
             const QByteArray name = className.toLatin1();
             const auto views = ViewUtils::subviews(root, name.constData());
             // Only an empty result needs the (slower) question whether the class exists at all.
             if (views.isEmpty() && !isKnownClass(className)) {
-                warnOnce(warned, u"class "_s + className, u"Cannot convert class name to class"_s);
+                IOSConfig::warnUnknownClass(className, warned);
                 continue;
             }
             for (QWidget *view : views) {

@@ -1,7 +1,6 @@
 #include "Quick/QuickPrivacy.h"
 
 #include "Config/IOSConfig.h"
-#include "Core/Log.h"
 #include "Quick/QuickViewUtils.h"
 
 #include <QMetaType>
@@ -43,14 +42,6 @@ bool isKnownClass(QQuickWindow *window, const QString &className, const QByteArr
     return std::any_of(items.begin(), items.end(),
                        [&](const QQuickItem *item) { return hasType(item, className, latin1); });
 }
-
-void warnOnce(QSet<QString> *warned, const QString &key, const QString &message)
-{
-    if (warned->contains(key))
-        return;
-    warned->insert(key);
-    Log::warning(message);
-}
 } // namespace
 
 QList<QRectF> QuickPrivacy::privateRects(QQuickWindow *window,
@@ -60,15 +51,7 @@ QList<QRectF> QuickPrivacy::privateRects(QQuickWindow *window,
     QList<QRectF> rects;
     const qreal ratio = window->effectiveDevicePixelRatio();
     if (config) {
-        QSet<int> tags;
-        for (const QString &entry : config->blacklist) {
-            bool ok = false;
-            const int tag = entry.toInt(&ok, 10);
-            if (ok)
-                tags.insert(tag);
-            else
-                warnOnce(warned, u"tag "_s + entry, u"Cannot convert tag to integer"_s);
-        }
+        const QSet<int> tags = config->tags(warned);
         if (!tags.isEmpty()) {
             const auto tagged = QuickViewUtils::shownItems(window, [&tags](const QQuickItem *item) {
                 bool ok = false;
@@ -78,16 +61,13 @@ QList<QRectF> QuickPrivacy::privateRects(QQuickWindow *window,
             for (const QQuickItem *item : tagged)
                 addServiceRects(item, ratio, rects);
         }
-        QSet<QString> classesDone;
-        for (const QString &className : config->blacklistClasses) {
-            if (classesDone.contains(className))
-                continue;
-            classesDone.insert(className);
+        const QStringList classes = config->classes();
+        for (const QString &className : classes) {
             const QByteArray latin1 = className.toLatin1();
             const auto items = QuickViewUtils::shownItems(
                 window, [&](const QQuickItem *item) { return hasType(item, className, latin1); });
             if (items.isEmpty() && !isKnownClass(window, className, latin1)) {
-                warnOnce(warned, u"class "_s + className, u"Cannot convert class name to class"_s);
+                IOSConfig::warnUnknownClass(className, warned);
                 continue;
             }
             for (const QQuickItem *item : items)
