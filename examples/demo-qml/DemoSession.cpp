@@ -1,30 +1,15 @@
 #include "DemoSession.h"
 
-#include <Vistrel/ActiveUser.h>
-#include <Vistrel/ConferenceProperties.h>
+#include "DemoUser.h"
+
 #include <Vistrel/Orvane.h>
 #include <Vistrel/OrvaneCoBrowsing.h>
 #include <Vistrel/OrvaneConference.h>
-#include <Vistrel/OrvaneUser.h>
 #include <Vistrel/OrvaneVistrel.h>
 #include <Vistrel/OrvaneWebChat.h>
 
 using namespace Qt::StringLiterals;
 using namespace VistrelKit;
-
-namespace {
-// The signed-in demo user as the agent sees them in the call queue and the call.
-ConferenceProperties demoCustomer()
-{
-    ConferenceProperties customer;
-    customer.customerId = QString::fromLatin1(DemoSession::DemoUserId);
-    customer.firstname = u"Alex"_s;
-    customer.lastname = u"Morgan"_s;
-    customer.displayName = u"Alex Morgan"_s;
-    customer.email = u"alex.morgan@example.com"_s;
-    return customer;
-}
-} // namespace
 
 DemoSession::DemoSession(QObject *parent)
     : QObject(parent)
@@ -133,18 +118,12 @@ void DemoSession::videoCall()
 {
     m_waitingForCall = true;
     setCallState(CallState::Joining);
-    Orvane::conference()->join(demoCustomer());
+    Orvane::conference()->join(DemoUser::customer());
 }
 
 void DemoSession::signIn()
 {
-    ActiveUser user;
-    user.id = QString::fromLatin1(DemoUserId);
-    user.firstname = u"Alex"_s;
-    user.lastname = u"Morgan"_s;
-    user.email = u"alex.morgan@example.com"_s;
-    user.tags = QStringList{u"premium"_s};
-    Orvane::user()->tag(user);
+    DemoUser::signIn();
 }
 
 void DemoSession::tag(const QString &text)
@@ -178,7 +157,7 @@ void DemoSession::setCallState(CallState state, int position)
 
 void DemoSession::showQueuePosition(const QString &customerId, int position)
 {
-    if (customerId != QLatin1StringView(DemoUserId) || Orvane::conference()->isInCall())
+    if (customerId != QLatin1StringView(DemoUser::Id) || Orvane::conference()->isInCall())
         return;
     if (position > 0) {
         setCallState(CallState::Queued, position);
@@ -186,7 +165,7 @@ void DemoSession::showQueuePosition(const QString &customerId, int position)
         // Polls keep saying 0 until the call is open: start it once.
         m_waitingForCall = false;
         setCallState(CallState::Calling);
-        Orvane::conference()->start(demoCustomer());
+        Orvane::conference()->start(DemoUser::customer());
     } else if (position < 0) {
         m_waitingForCall = false;
         setCallState(CallState::NotQueued);

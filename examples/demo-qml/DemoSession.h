@@ -28,8 +28,6 @@ class DemoSession : public QObject
 public:
     /// The demo's tenant, given to initConfig; also its chat id.
     static constexpr const char *TenantId = "demo-tenant";
-    /// The signed-in user's id: it becomes the device's visitor id.
-    static constexpr const char *DemoUserId = "A1E7C0DE-0000-4000-8000-00000000D3A0";
     /// The tag the password field carries; the service lists it among its private tags.
     static constexpr int PasswordTag = 7;
     /// The class name the service lists among its private classes, as for the widgets demo. The

@@ -1,32 +1,15 @@
 #include "MainWindow.h"
 
+#include "DemoUser.h"
 #include "ListPage.h"
 #include "SessionPanel.h"
 #include "SettingsPage.h"
 #include "SignInPage.h"
 
-#include <Vistrel/Orvane.h>
-#include <Vistrel/OrvaneUser.h>
-
 #include <QStackedWidget>
 #include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-// Tells the service who signed in. The kit then restarts the screen session as a new visit
-// under the user's id, so the agent sees a named customer from here on.
-void identifyUser()
-{
-    VistrelKit::ActiveUser user;
-    user.id = QString::fromLatin1(MainWindow::DemoUserId);
-    user.firstname = u"Alex"_s;
-    user.lastname = u"Morgan"_s;
-    user.email = u"alex.morgan@example.com"_s;
-    user.tags = QStringList{u"premium"_s};
-    VistrelKit::Orvane::user()->tag(user);
-}
-} // namespace
 
 MainWindow::MainWindow(QWidget *parent)
     : QMainWindow(parent)
@@ -45,7 +28,7 @@ MainWindow::MainWindow(QWidget *parent)
 
     connect(signIn, &SignInPage::signedIn, this, [this, list] {
         m_pages->setCurrentWidget(list);
-        identifyUser();
+        DemoUser::signIn();
     });
     connect(list, &ListPage::settingsRequested, this,
             [this, settings] { m_pages->setCurrentWidget(settings); });

@@ -10,9 +10,6 @@ class MainWindow : public QMainWindow
 {
     Q_OBJECT
 public:
-    /// The signed-in user's id: it becomes the device's visitor id.
-    static constexpr const char *DemoUserId = "A1E7C0DE-0000-4000-8000-00000000D3A0";
-
     explicit MainWindow(QWidget *parent = nullptr);
 
 private:

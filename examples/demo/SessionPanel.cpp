@@ -1,8 +1,7 @@
 #include "SessionPanel.h"
 
-#include "MainWindow.h"
+#include "DemoUser.h"
 
-#include <Vistrel/ConferenceProperties.h>
 #include <Vistrel/Orvane.h>
 #include <Vistrel/OrvaneCoBrowsing.h>
 #include <Vistrel/OrvaneConference.h>
@@ -15,20 +14,6 @@
 
 using namespace Qt::StringLiterals;
 using namespace VistrelKit;
-
-namespace {
-// The signed-in demo user as the agent sees them in the call queue and the call.
-ConferenceProperties demoCustomer()
-{
-    ConferenceProperties customer;
-    customer.customerId = QString::fromLatin1(MainWindow::DemoUserId);
-    customer.firstname = u"Alex"_s;
-    customer.lastname = u"Morgan"_s;
-    customer.displayName = u"Alex Morgan"_s;
-    customer.email = u"alex.morgan@example.com"_s;
-    return customer;
-}
-} // namespace
 
 SessionPanel::SessionPanel(QWidget *parent)
     : QFrame(parent)
@@ -125,13 +110,12 @@ void SessionPanel::joinVideoCall()
     m_waitingForCall = true;
     m_videoCall->setEnabled(false);
     m_callState->setText(u"Joining the queue…"_s);
-    Orvane::conference()->join(demoCustomer());
+    Orvane::conference()->join(DemoUser::customer());
 }
 
 void SessionPanel::showQueuePosition(const QString &customerId, int position)
 {
-    if (customerId != QLatin1StringView(MainWindow::DemoUserId) ||
-        Orvane::conference()->isInCall()) {
+    if (customerId != QLatin1StringView(DemoUser::Id) || Orvane::conference()->isInCall()) {
         return;
     }
     if (position > 0) {
@@ -140,7 +124,7 @@ void SessionPanel::showQueuePosition(const QString &customerId, int position)
         // Polls keep saying 0 until the call is open: start it once.
         m_waitingForCall = false;
         m_callState->setText(u"Your agent is calling…"_s);
-        Orvane::conference()->start(demoCustomer());
+        Orvane::conference()->start(DemoUser::customer());
     } else if (position < 0) {
         m_waitingForCall = false;
         m_callState->setText(u"Not in the queue"_s);
