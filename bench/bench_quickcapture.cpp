@@ -25,6 +25,7 @@
 // Also printed: what tells a tick that nothing changed. frameSwapped fires once per frame the app
 // renders and not for grabWindow()'s own render, which does fire afterRendering and
 // afterFrameEnd; an idle window renders no frame at all, unless a focused text field blinks.
+#include "GraphicsApiName.h"
 #include "Monitoring/ScreenCapture.h"
 
 #include <QElapsedTimer>
@@ -403,22 +404,6 @@ private:
     std::vector<qint64> m_perFrameNs;
 };
 
-const char *apiName(QSGRendererInterface::GraphicsApi api)
-{
-    switch (api) {
-    case QSGRendererInterface::Software:
-        return "software";
-    case QSGRendererInterface::OpenGL:
-        return "OpenGL (RHI)";
-    case QSGRendererInterface::Vulkan:
-        return "Vulkan (RHI)";
-    case QSGRendererInterface::Null:
-        return "null (RHI)";
-    default:
-        return "other";
-    }
-}
-
 QString pixelsNote(const Figures &f, bool reference)
 {
     if (reference)
@@ -481,7 +466,7 @@ int main(int argc, char *argv[])
     QMetaObject::Connection copying;
 
     const QString noPainter = u"needs the software adaptation; this window renders with %1"_s.arg(
-        QString::fromLatin1(apiName(api)));
+        QString::fromLatin1(graphicsApiName(api)));
     std::vector<Method> methods;
     methods.push_back({"1  grabWindow()", [&] { return window->grabWindow(); }, {}, {}, {}});
     methods.push_back({"2  copy at frameSwapped", [&] { return frameCopy; },
@@ -516,7 +501,7 @@ int main(int argc, char *argv[])
     std::printf("Qt Quick window %dx%d device pixels (device pixel ratio %.2f) on \"%s\"; scene "
                 "graph: %s; backing store found by the probe: %s (probe rendered %d times)\n",
                 deviceSize.width(), deviceSize.height(), window->devicePixelRatio(),
-                qPrintable(QGuiApplication::platformName()), apiName(api),
+                qPrintable(QGuiApplication::platformName()), graphicsApiName(api),
                 view.image.isNull() ? "no" : "yes", view.learnt);
     std::printf("Reads on the main thread, ms: %d after a change the app rendered, %d with "
                 "nothing changed, each after %d of warm-up\n\n",

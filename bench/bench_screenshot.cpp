@@ -26,6 +26,7 @@
 // composite of the widgets and the Qt Quick ones that the kit builds. There was no baseline: the
 // view monitor saw widget windows only.
 #include "BenchTransport.h"
+#include "GraphicsApiName.h"
 
 #include "Config/IOSConfig.h"
 #include "Monitoring/PrivacyUtils.h"
@@ -61,6 +62,7 @@
 #include <atomic>
 #include <cmath>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -197,22 +199,6 @@ int itemCount(const QQuickItem *item)
     for (const QQuickItem *child : children)
         count += itemCount(child);
     return count;
-}
-
-const char *apiName(QSGRendererInterface::GraphicsApi api)
-{
-    switch (api) {
-    case QSGRendererInterface::Software:
-        return "software";
-    case QSGRendererInterface::OpenGL:
-        return "OpenGL (RHI)";
-    case QSGRendererInterface::Vulkan:
-        return "Vulkan (RHI)";
-    case QSGRendererInterface::Null:
-        return "null (RHI)";
-    default:
-        return "other";
-    }
 }
 
 // The QML window, shown, and the frames its scene graph swapped.
@@ -410,6 +396,19 @@ struct Figures
     qsizetype todayJpegBytes = 0;
 };
 
+// The kit's changed ticks: median and p90, the median of each stage (ms), what they saw.
+struct ChangedTicks
+{
+    double median = 0;
+    double p90 = 0;
+    double capture = 0;
+    double compare = 0;
+    double encode = 0;
+    qsizetype jpegBytes = 0;
+    int sawChange = 0;
+    QImage last;
+};
+
 struct QmlFigures
 {
     QSize deviceSize;
@@ -485,7 +484,7 @@ public:
         QQuickWindow *window = qml->window();
         QmlFigures figures;
         figures.deviceSize = (QSizeF(window->size()) * window->devicePixelRatio()).toSize();
-        figures.graphicsApi = apiName(window->rendererInterface()->graphicsApi());
+        figures.graphicsApi = graphicsApiName(window->rendererInterface()->graphicsApi());
         figures.backend = QQuickWindow::sceneGraphBackend();
         QQuickItem *field = findItem(window->contentItem(), u"field%1"_s.arg(PrivateViews));
         if (!field) {
@@ -501,37 +500,19 @@ public:
             return qml->waitForFrame();
         };
 
-        std::vector<qint64> capture, compare, encode, total;
-        QImage last;
-        for (int tick = 0; tick < WarmUpTicks + Ticks; ++tick) {
-            if (!change(tick)) {
-                std::fprintf(stderr, "the QML window rendered no frame for a change\n");
-                return std::nullopt;
-            }
-            QElapsedTimer timer;
-            timer.start();
-            const QImage shot = m_transport->platform.capture(window, m_config, &m_warned);
-            const qint64 t1 = timer.nsecsElapsed();
-            const bool differs = ScreenCapture::differsOutside(last, shot, QRect());
-            const qint64 t2 = timer.nsecsElapsed();
-            const QByteArray bytes = ScreenCapture::encodeJpeg(shot);
-            const qint64 t3 = timer.nsecsElapsed();
-            last = shot;
-            if (tick < WarmUpTicks)
-                continue;
-            figures.jpegBytes = bytes.size();
-            figures.sawChange += differs;
-            capture.push_back(t1);
-            compare.push_back(t2 - t1);
-            encode.push_back(t3 - t2);
-            total.push_back(t3);
+        const std::optional<ChangedTicks> ticks = changedTicks(window, change);
+        if (!ticks) {
+            std::fprintf(stderr, "the QML window rendered no frame for a change\n");
+            return std::nullopt;
         }
-        figures.changed = medianMs(total);
-        figures.changedP90 = percentileMs(total, 0.9);
-        figures.capture = medianMs(capture);
-        figures.compare = medianMs(compare);
-        figures.encode = medianMs(encode);
-        figures.privateBlack = privateFieldsBlack(window, last);
+        figures.changed = ticks->median;
+        figures.changedP90 = ticks->p90;
+        figures.sawChange = ticks->sawChange;
+        figures.jpegBytes = ticks->jpegBytes;
+        figures.capture = ticks->capture;
+        figures.compare = ticks->compare;
+        figures.encode = ticks->encode;
+        figures.privateBlack = privateFieldsBlack(window, ticks->last);
 
         // Reading, scaling and finding the private items on their own; the rest of the capture
         // paints them black.
@@ -650,33 +631,55 @@ private:
 
     void kitChangedTicks(QWidget *window, Figures &figures)
     {
-        std::vector<qint64> capture, compare, encode, total;
-        QImage last;
-        for (int tick = 0; tick < WarmUpTicks + Ticks; ++tick) {
+        // Widgets always paint what changed.
+        const ChangedTicks kit = *changedTicks(window->windowHandle(), [this](int tick) {
             change(tick);
+            return true;
+        });
+        figures.kitChanged = kit.median;
+        figures.kitChangedP90 = kit.p90;
+        figures.kitSawChange = kit.sawChange;
+        figures.kitJpegBytes = kit.jpegBytes;
+        figures.capture = kit.capture;
+        figures.compare = kit.compare;
+        figures.encode = kit.encode;
+    }
+
+    // The kit's changed tick, stage by stage, on its screen of both kinds: change(tick) makes
+    // window show something new (false when no frame came), then the capture, the comparison
+    // with the last image and the JPEG are timed. Empty when a change showed nothing.
+    std::optional<ChangedTicks> changedTicks(QWindow *window,
+                                             const std::function<bool(int)> &change)
+    {
+        ChangedTicks ticks;
+        std::vector<qint64> capture, compare, encode, total;
+        for (int tick = 0; tick < WarmUpTicks + Ticks; ++tick) {
+            if (!change(tick))
+                return std::nullopt;
             QElapsedTimer timer;
             timer.start();
-            const QImage shot = ScreenCapture::capture(window, m_config, &m_warned);
+            const QImage shot = m_transport->platform.capture(window, m_config, &m_warned);
             const qint64 t1 = timer.nsecsElapsed();
-            const bool differs = ScreenCapture::differsOutside(last, shot, QRect());
+            const bool differs = ScreenCapture::differsOutside(ticks.last, shot, QRect());
             const qint64 t2 = timer.nsecsElapsed();
             const QByteArray bytes = ScreenCapture::encodeJpeg(shot);
             const qint64 t3 = timer.nsecsElapsed();
-            last = shot;
+            ticks.last = shot;
             if (tick < WarmUpTicks)
                 continue;
-            figures.kitJpegBytes = bytes.size();
-            figures.kitSawChange += differs;
+            ticks.jpegBytes = bytes.size();
+            ticks.sawChange += differs;
             capture.push_back(t1);
             compare.push_back(t2 - t1);
             encode.push_back(t3 - t2);
             total.push_back(t3);
         }
-        figures.kitChanged = medianMs(total);
-        figures.kitChangedP90 = percentileMs(total, 0.9);
-        figures.capture = medianMs(capture);
-        figures.compare = medianMs(compare);
-        figures.encode = medianMs(encode);
+        ticks.median = medianMs(total);
+        ticks.p90 = percentileMs(total, 0.9);
+        ticks.capture = medianMs(capture);
+        ticks.compare = medianMs(compare);
+        ticks.encode = medianMs(encode);
+        return ticks;
     }
 
     // Reading and scaling on their own; what else capture() does is masking and popups.
