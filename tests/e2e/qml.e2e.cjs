@@ -7,51 +7,35 @@
 const fs = require('node:fs');
 const path = require('node:path');
 const { chromium } = require('playwright-core');
-const { option, start, findColour, chromiumArgs } = require('./support.cjs');
+const { option, start, screenPixels, findColour, chromiumArgs } = require('./support.cjs');
 
 const SIGN_IN_COLOUR = { r: 0x1f, g: 0x6f, b: 0xeb };
 
 // Rows of the streamed image holding a run of at least `length` near-black pixels: a masked
 // field is a solid block, text never makes such a run.
-function blackRows(page, length) {
-  return page.evaluate((min) => {
-    const img = document.querySelector('[data-testid=screen-image]');
-    const canvas = document.createElement('canvas');
-    canvas.width = img.naturalWidth;
-    canvas.height = img.naturalHeight;
-    const context = canvas.getContext('2d');
-    context.drawImage(img, 0, 0);
-    const data = context.getImageData(0, 0, canvas.width, canvas.height).data;
-    let rows = 0;
-    for (let y = 0; y < canvas.height; ++y) {
-      let run = 0, best = 0;
-      for (let x = 0; x < canvas.width; ++x) {
-        const i = (y * canvas.width + x) * 4;
-        run = Math.max(data[i], data[i + 1], data[i + 2]) < 30 ? run + 1 : 0;
-        best = Math.max(best, run);
-      }
-      if (best >= min) ++rows;
+async function blackRows(page, length) {
+  const { width, height, data } = await screenPixels(page);
+  let rows = 0;
+  for (let y = 0; y < height; ++y) {
+    let run = 0, best = 0;
+    for (let x = 0; x < width; ++x) {
+      const i = (y * width + x) * 4;
+      run = Math.max(data[i], data[i + 1], data[i + 2]) < 30 ? run + 1 : 0;
+      best = Math.max(best, run);
     }
-    return rows;
-  }, length);
+    if (best >= length) ++rows;
+  }
+  return rows;
 }
 
 // Pixels of the co-browse panel's dark grey, rgb(38, 38, 38), told apart from black.
-function panelPixels(page) {
-  return page.evaluate(() => {
-    const img = document.querySelector('[data-testid=screen-image]');
-    const canvas = document.createElement('canvas');
-    canvas.width = img.naturalWidth;
-    canvas.height = img.naturalHeight;
-    const context = canvas.getContext('2d');
-    context.drawImage(img, 0, 0);
-    const data = context.getImageData(0, 0, canvas.width, canvas.height).data;
-    let count = 0;
-    for (let i = 0; i < data.length; i += 4) {
-      if ([0, 1, 2].every((c) => data[i + c] >= 26 && data[i + c] <= 50)) ++count;
-    }
-    return count;
-  });
+async function panelPixels(page) {
+  const { data } = await screenPixels(page);
+  let count = 0;
+  for (let i = 0; i < data.length; i += 4) {
+    if ([0, 1, 2].every((c) => data[i + c] >= 26 && data[i + c] <= 50)) ++count;
+  }
+  return count;
 }
 
 async function main() {

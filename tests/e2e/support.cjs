@@ -33,37 +33,47 @@ function start(path, args = []) {
   return { child, url, log };
 }
 
-// The centre of the block of colour in the streamed JPEG, in page coordinates.
-async function findColour(page, colour) {
-  return page.evaluate((c) => {
+// The streamed JPEG's pixels as the page decoded them (RGBA rows), and where it lies on the page.
+function screenPixels(page) {
+  return page.evaluate(() => {
     const img = document.querySelector('[data-testid=screen-image]');
     const canvas = document.createElement('canvas');
     canvas.width = img.naturalWidth;
     canvas.height = img.naturalHeight;
     const context = canvas.getContext('2d');
     context.drawImage(img, 0, 0);
-    const data = context.getImageData(0, 0, canvas.width, canvas.height).data;
-    let sumX = 0, sumY = 0, count = 0;
-    for (let y = 0; y < canvas.height; ++y) {
-      for (let x = 0; x < canvas.width; ++x) {
-        const i = (y * canvas.width + x) * 4;
-        // JPEG at quality 40 shifts colours a little.
-        if (Math.abs(data[i] - c.r) < 40 && Math.abs(data[i + 1] - c.g) < 40 && Math.abs(data[i + 2] - c.b) < 40) {
-          sumX += x; sumY += y; ++count;
-        }
-      }
-    }
-    if (count < 30) return null;
     const box = img.getBoundingClientRect();
     return {
-      x: box.left + ((sumX / count + 0.5) * box.width) / img.naturalWidth,
-      y: box.top + ((sumY / count + 0.5) * box.height) / img.naturalHeight,
-      pixels: count,
+      width: canvas.width,
+      height: canvas.height,
+      data: Array.from(context.getImageData(0, 0, canvas.width, canvas.height).data),
+      box: { left: box.left, top: box.top, width: box.width, height: box.height },
     };
-  }, colour);
+  });
+}
+
+// The centre of the block of colour in the streamed JPEG, in page coordinates.
+async function findColour(page, c) {
+  const { width, height, data, box } = await screenPixels(page);
+  let sumX = 0, sumY = 0, count = 0;
+  for (let y = 0; y < height; ++y) {
+    for (let x = 0; x < width; ++x) {
+      const i = (y * width + x) * 4;
+      // JPEG at quality 40 shifts colours a little.
+      if (Math.abs(data[i] - c.r) < 40 && Math.abs(data[i + 1] - c.g) < 40 && Math.abs(data[i + 2] - c.b) < 40) {
+        sumX += x; sumY += y; ++count;
+      }
+    }
+  }
+  if (count < 30) return null;
+  return {
+    x: box.left + ((sumX / count + 0.5) * box.width) / width,
+    y: box.top + ((sumY / count + 0.5) * box.height) / height,
+    pixels: count,
+  };
 }
 
 const chromiumArgs = ['--no-sandbox', '--disable-gpu', '--disable-background-networking',
                       '--disable-component-update', '--no-first-run'];
 
-module.exports = { option, start, findColour, chromiumArgs };
+module.exports = { option, start, screenPixels, findColour, chromiumArgs };
