@@ -129,6 +129,12 @@ Conference::callOptions(const QString &tenantId, const ConferenceProperties &pro
 
 void Conference::start(ConferenceProperties properties)
 {
+    // The call is a widget (Qt WebEngine Widgets): a Qt Quick app has no window to put it on,
+    // and the service must not hear of a call that cannot be shown.
+    if (!qobject_cast<QApplication *>(QCoreApplication::instance())) {
+        Log::error(u"Cannot open the call: it needs a QApplication"_s);
+        return;
+    }
     const std::optional<QString> tenantId = m_applicationConfig->config().tenantId;
     if (!tenantId) {
         Log::error(u"Missing tenantId"_s);
@@ -173,11 +179,6 @@ void Conference::start(ConferenceProperties properties)
 
 void Conference::open(const ConferenceView::Options &options)
 {
-    // The call is a widget (Qt WebEngine Widgets): a Qt Quick app has no window to put it on.
-    if (!qobject_cast<QApplication *>(QCoreApplication::instance())) {
-        Log::error(u"Cannot open the call: it needs a QApplication"_s);
-        return;
-    }
     QPointer<Conference> self(this);
     ViewUtils::withTopViewController([self, options](QWidget *top) {
         if (self)
